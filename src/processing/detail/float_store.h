@@ -1,0 +1,50 @@
+// The one float-to-integer store of the library.
+//
+// A float goes to an integer sample by truncation toward zero, keeping the low
+// 8 or 16 bits (300.7 -> 300 -> 44 in 8 bits). No rounding, no clamping here.
+//
+// Out-of-range values (negative, huge, NaN) are the platform's business in the
+// original; here they are made deterministic on every target: the value is
+// truncated to a 64-bit integer when it fits (so -1.5 -> -1 -> 0xFF/0xFFFF,
+// i.e. two's-complement wrap of the truncated value), and anything outside the
+// 64-bit range, or NaN, stores 0. Callers clamp first when it matters.
+#ifndef KEVRA_PROCESSING_DETAIL_FLOAT_STORE_H
+#define KEVRA_PROCESSING_DETAIL_FLOAT_STORE_H
+
+#include <cstdint>
+
+namespace kevra {
+namespace detail {
+
+inline uint64_t truncate_to_bits(float f)
+{
+    // 2^63 is exactly representable; f < 2^63 and f >= -2^63 guarantees the cast is defined.
+    if (f < 9223372036854775808.0f && f >= -9223372036854775808.0f)
+        return static_cast<uint64_t>(static_cast<int64_t>(f));
+    return 0; // NaN and out-of-range
+}
+
+inline uint8_t store_u8(float f) { return static_cast<uint8_t>(truncate_to_bits(f)); }
+inline uint16_t store_u16(float f) { return static_cast<uint16_t>(truncate_to_bits(f)); }
+
+// Same rule for double intermediates.
+inline uint64_t truncate_to_bits(double d)
+{
+    if (d < 9223372036854775808.0 && d >= -9223372036854775808.0)
+        return static_cast<uint64_t>(static_cast<int64_t>(d));
+    return 0;
+}
+inline uint8_t store_u8(double d) { return static_cast<uint8_t>(truncate_to_bits(d)); }
+inline uint16_t store_u16(double d) { return static_cast<uint16_t>(truncate_to_bits(d)); }
+
+// Store into a sample of either width.
+template <class Sample>
+inline Sample store_sample(float f)
+{
+    return static_cast<Sample>(truncate_to_bits(f));
+}
+
+} // namespace detail
+} // namespace kevra
+
+#endif
