@@ -1,0 +1,239 @@
+// Colour operations of the 24-bit class: the RGB/HSL model and the colour adjustments.
+//
+// Two rectangle conventions live side by side here, each kept as the operations have always
+// used it (callers rely on both):
+//  * half-open (saturation, hue, luminance, whitening): columns left .. right - 1, picture rows
+//    top .. bottom - 1. Through an image form, which passes the inclusive working zone, these
+//    leave the zone's rightmost column and bottom row as they were.
+//  * inclusive (red/green/blue levels, black and white): columns left .. right, picture rows
+//    top .. bottom.
+// Neither is clipped to the image: buffer forms trust their rectangle.
+#include <cstddef>
+#include <cstdint>
+
+#include "kevra/dib.h"
+#include "kevra/traitement.h"
+#include "processing/detail/colour_model.h"
+#include "processing/detail/image_form.h"
+#include "processing/detail/pixel.h"
+
+namespace kevra {
+
+namespace {
+
+using detail::Bgr24;
+using detail::View;
+
+// Columns x0 .. x0 + count - 1 of buffer rows r0 .. r1 (both inclusive).
+struct PixelRuns {
+    int64_t x0 = 0;
+    int64_t count = 0;
+    int64_t r0 = 0;
+    int64_t r1 = -1;
+};
+
+// Right and bottom exclusive: buffer rows height - bottom .. height - 1 - top.
+PixelRuns half_open_runs(long height, const CRect &rc)
+{
+    PixelRuns runs;
+    runs.x0 = rc.left;
+    runs.count = static_cast<int64_t>(rc.right) - rc.left;
+    runs.r0 = static_cast<int64_t>(height) - rc.bottom;
+    runs.r1 = static_cast<int64_t>(height) - 1 - rc.top;
+    return runs;
+}
+
+// All edges inclusive: buffer rows height - 1 - bottom .. height - 1 - top.
+PixelRuns inclusive_runs(long height, const CRect &rc)
+{
+    PixelRuns runs;
+    runs.x0 = rc.left;
+    runs.count = static_cast<int64_t>(rc.right) - rc.left + 1;
+    runs.r0 = static_cast<int64_t>(height) - 1 - rc.bottom;
+    runs.r1 = static_cast<int64_t>(height) - 1 - rc.top;
+    return runs;
+}
+
+View<Bgr24> colour_view(long width, long height, void *bits)
+{
+    return detail::view<Bgr24>(width, height, static_cast<unsigned char *>(bits));
+}
+
+uint8_t *run_start(const View<Bgr24> &v, const PixelRuns &runs, int64_t r)
+{
+    return v.bits + static_cast<std::ptrdiff_t>(r) * v.pitch
+           + static_cast<std::ptrdiff_t>(runs.x0) * 3;
+}
+
+// Calls pixel(p) for the three bytes p of every pixel of the runs.
+template <class PixelFn>
+void for_each_pixel(const View<Bgr24> &v, const PixelRuns &runs, PixelFn &&pixel)
+{
+    for (int64_t r = runs.r0; r <= runs.r1; ++r) {
+        uint8_t *p = run_start(v, runs, r);
+        for (int64_t x = 0; x < runs.count; ++x, p += 3)
+            pixel(p);
+    }
+}
+
+// The hue and lightness gains: every pixel of the half-open rectangle through the model.
+template <class ModelFn>
+void apply_model(long width, long height, void *bits, const CRect &rect, double factor,
+                 ModelFn &&model)
+{
+    const View<Bgr24> v = colour_view(width, height, bits);
+    for_each_pixel(v, half_open_runs(height, rect), [&](uint8_t *p) {
+        const detail::Rgb8 out = model(p[0], p[1], p[2], factor);
+        p[0] = out.c1;
+        p[1] = out.c2;
+        p[2] = out.c3;
+    });
+}
+
+} // namespace
+
+// ---- RGB/HSL model ----------------------------------------------------------------------------
+
+void CTraitementImg_24_Bpp::RGBtoHSL(unsigned char c1, unsigned char c2, unsigned char c3,
+                                     double *H, double *S, double *L)
+{
+    const detail::Hsl m = detail::rgb_to_hsl(c1, c2, c3);
+    *H = m.h;
+    *S = m.s;
+    *L = m.l;
+}
+
+void CTraitementImg_24_Bpp::RGBtoHSL(unsigned long couleur, double *H, double *S, double *L)
+{
+    const uint32_t packed = static_cast<uint32_t>(couleur);
+    RGBtoHSL(static_cast<unsigned char>(packed & 0xFFu),
+             static_cast<unsigned char>((packed >> 8) & 0xFFu),
+             static_cast<unsigned char>((packed >> 16) & 0xFFu), H, S, L);
+}
+
+void CTraitementImg_24_Bpp::HSLtoRGB(double H, double S, double L, unsigned char *c1,
+                                     unsigned char *c2, unsigned char *c3)
+{
+    const detail::Rgb8 out = detail::hsl_to_rgb(H, S, L);
+    *c1 = out.c1;
+    *c2 = out.c2;
+    *c3 = out.c3;
+}
+
+unsigned long CTraitementImg_24_Bpp::HSLtoRGB(double H, double S, double L)
+{
+    unsigned char c1 = 0, c2 = 0, c3 = 0;
+    HSLtoRGB(H, S, L, &c1, &c2, &c3);
+    return static_cast<unsigned long>(static_cast<uint32_t>(c1) | (static_cast<uint32_t>(c2) << 8)
+                                      | (static_cast<uint32_t>(c3) << 16));
+}
+
+double CTraitementImg_24_Bpp::HuetoRGB(double m1, double m2, double h)
+{
+    return detail::hue_to_rgb(m1, m2, h);
+}
+
+// ---- Saturation -------------------------------------------------------------------------------
+
+void CTraitementImg_24_Bpp::ProcessingSat(unsigned char *source, unsigned char *destination,
+                                          int nombre, double facteur)
+{
+    const int32_t s0 = detail::saturation_fixed_factor(facteur);
+    for (int i = 0; i < nombre; ++i)
+        detail::saturate_pixel(source + 3 * static_cast<std::ptrdiff_t>(i),
+                               destination + 3 * static_cast<std::ptrdiff_t>(i), s0);
+}
+
+// Half-open rectangle: one in-place run of right - left pixels per row.
+bool CTraitementImg_24_Bpp::ReglageSaturation(int pourcentage, long width, long height,
+                                              void *bits, CRect &rect)
+{
+    const double facteur = static_cast<double>(pourcentage) * 0.01;
+    const View<Bgr24> v = colour_view(width, height, bits);
+    const PixelRuns runs = half_open_runs(height, rect);
+    if (runs.count <= 0)
+        return true;
+    for (int64_t r = runs.r0; r <= runs.r1; ++r) {
+        uint8_t *p = run_start(v, runs, r);
+        ProcessingSat(p, p, detail::wrap_int32(runs.count), facteur);
+    }
+    return true;
+}
+
+bool CTraitementImg_24_Bpp::ReglageSaturation(int pourcentage, CDibRoot *image)
+{
+    return detail::run_image_form(GetBpp(), image, [&](long w, long h, void *b, CRect &rc) {
+        return ReglageSaturation(pourcentage, w, h, b, rc);
+    });
+}
+
+// ---- Hue, luminance, whitening (half-open) ----------------------------------------------------
+
+bool CTraitementImg_24_Bpp::ReglageTeinte(int pourcentage, long width, long height, void *bits,
+                                          CRect &rect)
+{
+    apply_model(width, height, bits, rect, detail::model_factor(pourcentage), detail::scale_hue);
+    return true;
+}
+
+bool CTraitementImg_24_Bpp::ReglageTeinte(int pourcentage, CDibRoot *image)
+{
+    return detail::run_image_form(GetBpp(), image, [&](long w, long h, void *b, CRect &rc) {
+        return ReglageTeinte(pourcentage, w, h, b, rc);
+    });
+}
+
+bool CTraitementImg_24_Bpp::ReglageLuminance(int pourcentage, long width, long height,
+                                             void *bits, CRect &rect)
+{
+    apply_model(width, height, bits, rect, detail::model_factor(pourcentage),
+                detail::scale_lightness);
+    return true;
+}
+
+bool CTraitementImg_24_Bpp::ReglageLuminance(int pourcentage, CDibRoot *image)
+{
+    return detail::run_image_form(GetBpp(), image, [&](long w, long h, void *b, CRect &rc) {
+        return ReglageLuminance(pourcentage, w, h, b, rc);
+    });
+}
+
+// Teeth whitening is a lightness gain and nothing else.
+bool CTraitementImg_24_Bpp::BlanchimentDents(long width, long height, void *bits, CRect &rect,
+                                             int niveau)
+{
+    return ReglageLuminance(niveau, width, height, bits, rect);
+}
+
+bool CTraitementImg_24_Bpp::BlanchimentDents(int niveau, long width, long height, void *bits,
+                                             CRect &rect)
+{
+    return ReglageLuminance(niveau, width, height, bits, rect);
+}
+
+bool CTraitementImg_24_Bpp::BlanchimentDents(int niveau, CDibRoot *image)
+{
+    return ReglageLuminance(niveau, image);
+}
+
+// ---- Black and white (inclusive) --------------------------------------------------------------
+
+// The picture becomes its second byte (green): no weighted luminance, on purpose.
+bool CTraitementImg_24_Bpp::NoirEtBlanc(long width, long height, void *bits, CRect &rect)
+{
+    const View<Bgr24> v = colour_view(width, height, bits);
+    for_each_pixel(v, inclusive_runs(height, rect), [](uint8_t *p) {
+        p[0] = p[1];
+        p[2] = p[1];
+    });
+    return true;
+}
+
+bool CTraitementImg_24_Bpp::NoirEtBlanc(CDibRoot *image)
+{
+    return detail::run_image_form(GetBpp(), image, [&](long w, long h, void *b, CRect &rc) {
+        return NoirEtBlanc(w, h, b, rc);
+    });
+}
+
+} // namespace kevra
