@@ -63,6 +63,8 @@ H swap_handler(H & slot, H handler)
     return previous;
 }
 
+} // namespace
+
 // UTF-8 encoding of a wide string (UTF-32 or UTF-16 wchar_t alike).
 std::string to_utf8(const wchar_t * text)
 {
@@ -91,8 +93,6 @@ std::string to_utf8(const wchar_t * text)
     }
     return out;
 }
-
-} // namespace
 
 void message_box(const char * text)
 {

@@ -55,7 +55,7 @@ public:
 
     // ---- life -------------------------------------------------------------
     // Replaces the image by a new one of that size; bit count rounded up to
-    // 1, 4, 8, 16 or 24. Pixel bytes are not cleared. Working zone = whole image.
+    // 1, 4, 8, 16 or 24. Pixel bytes start at 0. Working zone = whole image.
     bool Create(CSize size, unsigned short bitCount);
     void Destroy();
     // Fails when this image is empty. The source must have a store.

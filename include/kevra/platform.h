@@ -47,6 +47,9 @@ std::string device_root();
 // ("<root>/trace.txt"). Empty when no root is chosen or the path is not on "c:".
 std::string map_device_path(const char * device_path);
 
+// UTF-8 form of a wide string (file names are opened through it).
+std::string to_utf8(const wchar_t * text);
+
 // Path of the sequencer's trace file. Default "./Sequenceur.txt".
 void set_sequencer_trace_path(const std::string & path);
 std::string sequencer_trace_path();

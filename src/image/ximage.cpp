@@ -154,6 +154,9 @@ bool CxImage::create(int64_t width, int64_t height, uint32_t bit_count, uint32_t
     drop_alpha();
     write_header_to_block();
     m_bits = m_dib + kInfoHeaderSize + entries * 4;
+    // Fresh rows are cleared so that nothing ever reads indeterminate bytes;
+    // no operation may rely on their content.
+    std::memset(m_bits, 0, h.biSizeImage);
     return true;
 }
 

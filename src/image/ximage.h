@@ -36,7 +36,7 @@ public:
 
     // Store creation: frees any block, rounds the bit count (<=1: 1 bit, 2
     // entries; 2-4: 4 bits, 16; 5-8: 8 bits, 256; 9-16: 16 bits, 256; above:
-    // 24 bits, none), allocates header + palette + rows (rows not cleared),
+    // 24 bits, none), allocates header + palette + rows (rows cleared to 0),
     // writes the grey ramp at 8 and 16 bits and clears the palette at 1 and 4
     // bits, drops mask and alpha. False when the size is not positive, too
     // large, or the allocation fails; the store then has no block.
