@@ -1,0 +1,303 @@
+// Selective median: the kernel shared by the 8-, 16- and 24-bit classes.
+//
+// A sample is replaced by the median of its (2n + 1) x (2n + 1) neighbourhood only when it
+// stands out from the neighbourhood's mean by more than a relative tolerance. The rectangle is
+// split into an interior (full windows), a lower and an upper band of rows, and a left and a
+// right band of columns; the four corner blocks are never examined.
+//
+// What the three depths share is here; what differs on purpose (precision, strict or inclusive
+// test, which neighbours are gathered) comes in as an Interior rule from median.cpp, where each
+// rule is named and says why.
+//
+// Behaviour every depth keeps:
+//  * one sort flag per call: it is set when the call starts and never again, so the first
+//    replacement of a call sorts its samples fully and every later one finds the flag clear and
+//    takes its value from the samples in gathering order (for a full interior window, the left
+//    neighbour of the centre);
+//  * gathering order: window rows from the lowest buffer row up, columns left to right, centre
+//    skipped;
+//  * neighbours are read from `src`, the tested centre from `out`, replacements go to `out`.
+#ifndef KEVRA_PROCESSING_DETAIL_MEDIAN_H
+#define KEVRA_PROCESSING_DETAIL_MEDIAN_H
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "kevra/platform.h"
+#include "kevra/types.h"
+#include "processing/detail/pixel.h"
+
+namespace kevra::detail {
+
+// Optimised bubble sort, ascending. `swapped` is the caller's flag: a sort runs passes only
+// while it is set, and always leaves it clear (the last pass it makes exchanges nothing).
+template <class T>
+void bubble_sort_flagged(T *values, int64_t count, bool &swapped)
+{
+    if (count < 1)
+        return;
+    for (int64_t pass = 0; pass < count && swapped; ++pass) {
+        swapped = false;
+        for (int64_t i = 1; i < count - pass; ++i) {
+            if (values[i - 1] > values[i]) {
+                const T t = values[i - 1];
+                values[i - 1] = values[i];
+                values[i] = t;
+                swapped = true;
+            }
+        }
+    }
+}
+
+// The rectangle as clamped buffer bounds (columns, buffer rows, all inclusive) and its interior.
+struct MedianBounds {
+    int32_t x0, x1; // columns of the rectangle
+    int32_t rA, rB; // buffer rows of the rectangle (rA the lowest)
+    int32_t xs, xe; // interior columns
+    int32_t rs, re; // interior rows
+};
+
+inline int32_t clamp_to(int64_t v, int64_t lo, int64_t hi)
+{
+    return static_cast<int32_t>(v < lo ? lo : (v > hi ? hi : v));
+}
+
+// The interior holds the centres whose full window lies inside the image. Columns and rows do
+// not follow the same rule at the far end, deliberately: a row end exactly n rows below the
+// last row is pulled in by n, a column end exactly n columns before the last column is not.
+// And when the rectangle starts within n of the first column (row), the interior starts n past
+// the rectangle's start, not at n: a rectangle from column 1 with n = 2 has its interior from
+// column 3.
+inline MedianBounds median_bounds(int32_t width, int32_t height, const CRect &rc, int32_t n)
+{
+    MedianBounds b;
+    const int64_t w = width, h = height;
+    b.x0 = clamp_to(rc.left, 0, w - 1);
+    b.x1 = clamp_to(rc.right, 0, w - 1);
+    b.rA = clamp_to(h - int64_t(rc.bottom) - 1, 0, h - 1);
+    b.rB = clamp_to(h - int64_t(rc.top) - 1, 0, h - 1);
+    const int64_t xs = b.x0 - n < 0 ? int64_t(b.x0) + n : b.x0;
+    const int64_t xe = b.x1 + int64_t(n) > w - 1 ? int64_t(b.x1) - n : b.x1;
+    const int64_t rs = b.rA - n < 0 ? int64_t(b.rA) + n : b.rA;
+    const int64_t re = b.rB + int64_t(n) < h - 1 ? b.rB : int64_t(b.rB) - n;
+    b.xs = clamp_to(xs, 0, w - 1);
+    b.xe = clamp_to(xe, 0, w - 1);
+    b.rs = clamp_to(rs, 0, h - 1);
+    b.re = clamp_to(re, 0, h - 1);
+    return b;
+}
+
+// Neighbour count of a full window, (2n + 1)^2 - 1.
+inline int64_t median_window_count(int32_t n)
+{
+    const int64_t side = 2 * int64_t(n) + 1;
+    return side * side - 1;
+}
+
+// The band decision, the same at every depth: double precision, mean = sum / count with the
+// single-precision sum widened, inclusive tests against mean x (1 +- tolerance).
+inline bool band_replaces(uint32_t centre, float sum, int64_t count, double tolerance)
+{
+    const double mean = static_cast<double>(sum) / static_cast<double>(count);
+    const double c = centre;
+    return c >= mean * (1.0 + tolerance) || c <= mean * (1.0 - tolerance);
+}
+
+// Which gathered sample a band writes: the middle one for an odd count, the lower middle one
+// for an even count.
+inline int64_t band_pick(int64_t count) { return (count & 1) ? count / 2 : count / 2 - 1; }
+
+// One filtering call over one depth. `Interior` supplies the interior's gathering and decision:
+//   Interior rule(N, tolerance);
+//   rule.gather(const sample *centre, ptrdiff_t pitch_in_samples, int32_t n, sample *out)
+//       -> float sum (writes the gathered samples at the front of out, in gathering order);
+//   rule.replaces(uint32_t centre, float sum) -> bool.
+template <class Px, class Interior>
+class MedianPass {
+public:
+    using sample = typename Px::sample;
+    static constexpr int channels = Px::channels;
+
+    MedianPass(View<Px> src, View<Px> out, sample *samples, int32_t n, double tolerance)
+        : src_(src), out_(out), samples_(samples), n_(n), tolerance_(tolerance),
+          full_(median_window_count(n)), rule_(full_, tolerance)
+    {
+    }
+
+    void run(const CRect &rc)
+    {
+        const MedianBounds b = median_bounds(src_.width, src_.height, rc, n_);
+        const int32_t n = n_;
+
+        // Interior: full windows.
+        for (int32_t r = b.rs; r <= b.re; ++r)
+            for (int32_t x = b.xs; x <= b.xe; ++x)
+                for (int c = 0; c < channels; ++c)
+                    interior(x, r, c);
+
+        // Lower band: the window's rows are cut at the rectangle's lowest row.
+        for (int32_t r = b.rA; r < b.rs; ++r)
+            for (int32_t x = b.xs; x <= b.xe; ++x)
+                for (int c = 0; c < channels; ++c)
+                    band(x, r, c, std::max<int64_t>(-n, int64_t(b.rA) - r), n, -n, n);
+
+        // Upper band: cut at the rectangle's highest row.
+        for (int32_t r = b.re + 1; r <= b.rB; ++r)
+            for (int32_t x = b.xs; x <= b.xe; ++x)
+                for (int c = 0; c < channels; ++c)
+                    band(x, r, c, -n, std::min<int64_t>(n, int64_t(b.rB) - r), -n, n);
+
+        // Left band: xs - x0 centres a row, deliberately counted from the interior's first
+        // column xs and not from x0 (so the left edge itself is never reached). Its window is
+        // cut at the rectangle's left column, as the lower band's is at the lowest row; with
+        // the centres starting at xs that cut only bites when xs was clamped to the image.
+        for (int32_t r = b.rs; r <= b.re; ++r)
+            for (int64_t k = 0; k < int64_t(b.xs) - b.x0; ++k) {
+                const int64_t x = b.xs + k;
+                for (int c = 0; c < channels; ++c)
+                    band(x, r, c, -n, n, std::max<int64_t>(-n, int64_t(b.x0) - x), n);
+            }
+
+        // Right band: x1 - xe centres a row, again counted from xs, and a window whose right
+        // limit is taken from the row position (rB - r), not from the column. Both are kept
+        // as they are: they are what the filter has always done.
+        for (int32_t r = b.rs; r <= b.re; ++r)
+            for (int64_t k = 0; k < int64_t(b.x1) - b.xe; ++k) {
+                const int64_t x = b.xs + k;
+                for (int c = 0; c < channels; ++c)
+                    band(x, r, c, -n, n, -n, std::min<int64_t>(n, int64_t(b.rB) - r));
+            }
+    }
+
+private:
+    // The sort with the call's one flag.
+    void sort(int64_t count) { bubble_sort_flagged(samples_, count, swapped_); }
+
+    void interior(int32_t x, int32_t r, int c)
+    {
+        const sample *centre_src = src_.pixel(x, r) + c;
+        const float sum = rule_.gather(centre_src, src_.pitch / std::ptrdiff_t(sizeof(sample)), n_,
+                                       samples_);
+        sample *centre_out = out_.pixel(x, r) + c;
+        // A radius of 0 has no neighbour (N = 0): its mean is 0/0 and no test holds, but the
+        // guard keeps the element index from ever being -1.
+        if (full_ > 0 && rule_.replaces(*centre_out, sum)) {
+            sort(full_);
+            // The lower of the two middle values of a full sort.
+            *centre_out = samples_[full_ / 2 - 1];
+        }
+    }
+
+    // A band centre with the window rows dy_lo..dy_hi and columns dx_lo..dx_hi around it.
+    // Where those rules reach past the image (a centre counted from xs beyond the last column,
+    // a row limit beyond the last row, a window wider than a small image), only the samples
+    // inside the image are gathered and counted, and a centre outside the image is not
+    // examined: nothing is ever read or written outside the image's pixels.
+    void band(int64_t x, int64_t r, int c, int64_t dy_lo, int64_t dy_hi, int64_t dx_lo,
+              int64_t dx_hi)
+    {
+        if (x < 0 || x >= src_.width || r < 0 || r >= src_.height)
+            return;
+        dy_lo = std::max<int64_t>(dy_lo, -r);
+        dy_hi = std::min<int64_t>(dy_hi, int64_t(src_.height) - 1 - r);
+        dx_lo = std::max<int64_t>(dx_lo, -x);
+        dx_hi = std::min<int64_t>(dx_hi, int64_t(src_.width) - 1 - x);
+
+        float sum = 0.0f;
+        int64_t count = 0;
+        for (int64_t dy = dy_lo; dy <= dy_hi; ++dy) {
+            const sample *row = src_.row(static_cast<int32_t>(r + dy)) + c;
+            for (int64_t dx = dx_lo; dx <= dx_hi; ++dx) {
+                if (dy == 0 && dx == 0)
+                    continue;
+                const sample v = row[(x + dx) * channels];
+                samples_[count++] = v;
+                sum += static_cast<float>(v);
+            }
+        }
+        if (count == 0)
+            return;
+
+        sample *centre_out = out_.pixel(static_cast<int32_t>(x), static_cast<int32_t>(r)) + c;
+        if (band_replaces(*centre_out, sum, count, tolerance_)) {
+            sort(count);
+            *centre_out = samples_[band_pick(count)];
+        }
+    }
+
+    View<Px> src_;
+    View<Px> out_;
+    sample *samples_;
+    int32_t n_;
+    double tolerance_;
+    int64_t full_;
+    Interior rule_;
+    bool swapped_ = true; // set once per call, never again
+};
+
+// Size of the sample array: N values, but never more than the image holds. Only a window
+// larger than the image can exceed that, and then no full window exists and a band never
+// gathers more than the image's samples, so the cap changes no result; it only keeps an
+// absurd radius from asking for gigabytes.
+template <class Px>
+int64_t median_sample_capacity(int32_t width, int32_t height, int32_t n)
+{
+    const int64_t image = std::max<int64_t>(int64_t(width) * std::max(height, 0), 1);
+    return std::max<int64_t>(std::min(median_window_count(n), image), 1);
+}
+
+// FiltreMedianSimple for one depth: false only when the sample array cannot be allocated.
+template <class Px, class Interior>
+bool median_simple(long width, long height, void *bits, void *out, const CRect &rc,
+                   double tolerance, unsigned short radius)
+{
+    using sample = typename Px::sample;
+    const View<Px> src = view<Px>(width, height, static_cast<unsigned char *>(bits));
+    const View<Px> dst = view<Px>(width, height, static_cast<unsigned char *>(out));
+    const int32_t n = radius;
+
+    const int64_t capacity = median_sample_capacity<Px>(src.width, src.height, n);
+    sample *samples = try_new_array<sample>(static_cast<std::size_t>(capacity));
+    if (samples == nullptr)
+        return false;
+    // The half-window interior of the 24-bit class sorts slots it never gathers into; they
+    // start at zero so that every call gives the same bytes.
+    std::fill(samples, samples + capacity, sample(0));
+
+    if (src.width >= 1 && src.height >= 1) {
+        MedianPass<Px, Interior> pass(src, dst, samples, n, tolerance);
+        pass.run(rc);
+    }
+    delete[] samples;
+    return true;
+}
+
+// FiltreMedian (buffer form) for one depth. The temporary output starts as a copy of the
+// image, so pixels that are not replaced keep their value and the result is exactly that of
+// FiltreMedianSimple with `out` holding the image; it is then copied whole over the image.
+template <class Px, class Interior>
+bool median_in_place(long width, long height, void *bits, const CRect &rc, double tolerance,
+                     unsigned short radius)
+{
+    const View<Px> v = view<Px>(width, height, static_cast<unsigned char *>(bits));
+    const int64_t bytes = v.height > 0 ? int64_t(v.pitch) * v.height : 0;
+    if (bytes < 0 || static_cast<uint64_t>(bytes) > SIZE_MAX)
+        return false;
+    unsigned char *temp =
+        static_cast<unsigned char *>(try_alloc(static_cast<std::size_t>(std::max<int64_t>(bytes, 1))));
+    if (temp == nullptr)
+        return false;
+    if (bytes > 0)
+        std::memcpy(temp, bits, static_cast<std::size_t>(bytes));
+    const bool ok = median_simple<Px, Interior>(width, height, bits, temp, rc, tolerance, radius);
+    if (ok && bytes > 0)
+        std::memcpy(bits, temp, static_cast<std::size_t>(bytes));
+    std::free(temp);
+    return ok;
+}
+
+} // namespace kevra::detail
+
+#endif
