@@ -164,20 +164,41 @@ bool CxImage::decode_into(detail::ByteSource & src)
     const uint16_t file_bpp = h.biBitCount;
     const uint32_t compression = h.biCompression;
 
+    // Compression is checked before the store is made, so that a refused
+    // file never costs an allocation of its announced size.
+    switch (file_bpp) {
+    case 1:
+    case 4:
+    case 8:
+        if (compression != 0)
+            return fail(kPaletteCompression);
+        break;
+    case 24:
+        if (compression != 0)
+            return fail(kUnknownCompression);
+        break;
+    case 32:
+        if (compression != kBitfields)
+            return fail(kUnknownCompression);
+        break;
+    default:
+        break;
+    }
+
     // Refuse before allocating when the stream is known to be too short for
     // the rows: a tiny hostile file must not make us allocate gigabytes.
+    // Sizes the store cannot hold at all are left to creation to refuse.
     const int64_t total = src.size();
-    if (total >= 0 && width > 0 && height > 0) {
-        const uint32_t store_bpp = file_bpp <= 1 ? 1 : file_bpp <= 4 ? 4 : file_bpp <= 8 ? 8 : file_bpp <= 16 ? 16 : 24;
-        const uint64_t file_row_bpp = file_bpp == 32 ? 32 : store_bpp;
-        const uint64_t rows = file_bpp == 32 ? static_cast<uint64_t>(width) * 4 * static_cast<uint64_t>(height)
-                                             : ((static_cast<uint64_t>(width) * file_row_bpp + 31) >> 5 << 2) *
-                                                   static_cast<uint64_t>(height);
-        const bool reads_rows = file_bpp == 1 || file_bpp == 4 || file_bpp == 8 || file_bpp == 16 ||
-                                file_bpp == 24 || file_bpp == 32;
+    const bool reads_rows = file_bpp == 1 || file_bpp == 4 || file_bpp == 8 || file_bpp == 16 ||
+                            file_bpp == 24 || file_bpp == 32;
+    if (total >= 0 && reads_rows && width > 0 && height > 0 && width <= 0x7FFFFFFF && height <= 0x7FFFFFFF) {
+        const uint64_t rows = file_bpp == 32
+                                  ? static_cast<uint64_t>(width) * 4 * static_cast<uint64_t>(height)
+                                  : ((static_cast<uint64_t>(width) * file_bpp + 31) >> 5 << 2) *
+                                        static_cast<uint64_t>(height);
         const int64_t rows_at = bits_offset != 0 ? start + bits_offset
                                                  : src.tell() + palette_entries_for(file_bpp) * 4;
-        if (reads_rows && static_cast<uint64_t>(rows_at) + rows > static_cast<uint64_t>(total))
+        if (rows <= kMaxBlockBytes && static_cast<uint64_t>(rows_at) + rows > static_cast<uint64_t>(total))
             return fail(kTruncated);
     }
 
@@ -202,8 +223,6 @@ bool CxImage::decode_into(detail::ByteSource & src)
     case 1:
     case 4:
     case 8:
-        if (compression != 0)
-            return fail(kPaletteCompression);
         if (src.read(m_bits, size_image) != size_image)
             return fail(kTruncated);
         break;
@@ -223,14 +242,10 @@ bool CxImage::decode_into(detail::ByteSource & src)
         return true;
     }
     case 24:
-        if (compression != 0)
-            return fail(kUnknownCompression);
         if (src.read(m_bits, size_image) != size_image)
             return fail(kTruncated);
         break;
     case 32: {
-        if (compression != kBitfields)
-            return fail(kUnknownCompression);
         // The scratch buffer holds the whole 32-bit picture (width * 4 bytes
         // a row, no padding), read in one go and converted.
         const uint64_t scratch_size = static_cast<uint64_t>(width) * 4 * static_cast<uint64_t>(height);

@@ -1,0 +1,209 @@
+// Shared helpers for the Kevra tests: temporary directories, file bytes,
+// guarded pixel buffers, and switches for the platform hooks.
+#ifndef KEVRA_TESTS_SUPPORT_KEVRA_TEST_H
+#define KEVRA_TESTS_SUPPORT_KEVRA_TEST_H
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kevra/platform.h"
+
+namespace kevra_test {
+
+namespace fs = std::filesystem;
+
+// A fresh directory under the system temp dir, removed with its content.
+class TempDir {
+public:
+    TempDir()
+    {
+        std::string templ = (fs::temp_directory_path() / "kevra-test-XXXXXX").string();
+        std::vector<char> buf(templ.begin(), templ.end());
+        buf.push_back('\0');
+        if (mkdtemp(buf.data()) != nullptr)
+            m_path = buf.data();
+    }
+    ~TempDir()
+    {
+        std::error_code ec;
+        if (!m_path.empty())
+            fs::remove_all(m_path, ec);
+    }
+    TempDir(const TempDir &) = delete;
+    TempDir & operator=(const TempDir &) = delete;
+
+    const fs::path & path() const { return m_path; }
+    std::string file(const std::string & name) const { return (m_path / name).string(); }
+    std::wstring wfile(const std::string & name) const { return widen(file(name)); }
+
+    static std::wstring widen(const std::string & s) { return std::wstring(s.begin(), s.end()); }
+
+private:
+    fs::path m_path;
+};
+
+inline std::vector<uint8_t> read_file(const std::string & path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline void write_file(const std::string & path, const std::vector<uint8_t> & bytes)
+{
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+inline std::string data_file(const std::string & name)
+{
+    return std::string(KEVRA_TEST_DATA_DIR) + "/" + name;
+}
+
+// Little-endian byte builder for hand-made files.
+struct Bytes {
+    std::vector<uint8_t> v;
+    Bytes & u8(uint32_t x)
+    {
+        v.push_back(static_cast<uint8_t>(x));
+        return *this;
+    }
+    Bytes & u16(uint32_t x) { return u8(x).u8(x >> 8); }
+    Bytes & u32(uint32_t x) { return u16(x).u16(x >> 16); }
+    Bytes & fill(std::size_t n, uint8_t value)
+    {
+        v.insert(v.end(), n, value);
+        return *this;
+    }
+    Bytes & append(const std::vector<uint8_t> & more)
+    {
+        v.insert(v.end(), more.begin(), more.end());
+        return *this;
+    }
+};
+
+// 14-byte file header followed by a 40-byte info header, field by field.
+struct BmpHeader {
+    int32_t width = 1;
+    int32_t height = 1;
+    uint16_t planes = 1;
+    uint16_t bit_count = 8;
+    uint32_t compression = 0;
+    uint32_t size_image = 0;
+    int32_t x_pels = 2835;
+    int32_t y_pels = 2835;
+    uint32_t clr_used = 0;
+    uint32_t clr_important = 0;
+    uint32_t bits_offset = 0; // 0: computed as 54 + palette_entries * 4
+    uint32_t palette_entries = 0;
+
+    Bytes info() const
+    {
+        Bytes b;
+        b.u32(40).u32(static_cast<uint32_t>(width)).u32(static_cast<uint32_t>(height)).u16(planes).u16(bit_count);
+        b.u32(compression).u32(size_image).u32(static_cast<uint32_t>(x_pels)).u32(static_cast<uint32_t>(y_pels));
+        b.u32(clr_used).u32(clr_important);
+        return b;
+    }
+    Bytes file(uint32_t payload) const
+    {
+        const uint32_t off = bits_offset != 0 ? bits_offset : 54 + palette_entries * 4;
+        Bytes b;
+        b.u8('B').u8('M').u32(off + payload).u16(0).u16(0).u32(off);
+        return b.append(info().v);
+    }
+};
+
+// A pixel buffer with the 4-byte row rule, whose row padding and a guard zone
+// after the last row hold a sentinel; intact() tells whether they still do.
+class GuardedBuffer {
+public:
+    static constexpr uint8_t kSentinel = 0xA5;
+    static constexpr std::size_t kGuard = 64;
+
+    GuardedBuffer(int width, int height, int bpp, uint32_t seed = 1)
+        : m_width(width), m_height(height), m_bpp(bpp),
+          m_pitch(((width * bpp + 31) & ~31) / 8),
+          m_bytes(static_cast<std::size_t>(m_pitch) * height + kGuard, kSentinel)
+    {
+        std::mt19937 rng(seed);
+        const int used = (width * bpp + 7) / 8;
+        for (int r = 0; r < height; ++r)
+            for (int i = 0; i < used; ++i)
+                m_bytes[static_cast<std::size_t>(r) * m_pitch + i] = static_cast<uint8_t>(rng());
+    }
+
+    unsigned char * bits() { return m_bytes.data(); }
+    int pitch() const { return m_pitch; }
+    std::vector<uint8_t> & bytes() { return m_bytes; }
+
+    bool intact() const
+    {
+        const int used = (m_width * m_bpp + 7) / 8;
+        for (int r = 0; r < m_height; ++r)
+            for (int i = used; i < m_pitch; ++i)
+                if (m_bytes[static_cast<std::size_t>(r) * m_pitch + i] != kSentinel)
+                    return false;
+        for (std::size_t i = static_cast<std::size_t>(m_pitch) * m_height; i < m_bytes.size(); ++i)
+            if (m_bytes[i] != kSentinel)
+                return false;
+        return true;
+    }
+
+private:
+    int m_width, m_height, m_bpp, m_pitch;
+    std::vector<uint8_t> m_bytes;
+};
+
+// Makes every allocation through the library's helpers fail while alive,
+// or only those of at least min_bytes.
+class FailAllocations {
+public:
+    explicit FailAllocations(std::size_t min_bytes = 0)
+    {
+        m_previous = kevra::platform::set_allocation_hook(
+            [min_bytes](std::size_t bytes) { return bytes >= min_bytes; });
+    }
+    ~FailAllocations() { kevra::platform::set_allocation_hook(m_previous); }
+
+private:
+    kevra::platform::allocation_hook m_previous;
+};
+
+// Records message-box texts instead of printing them.
+class CaptureMessageBoxes {
+public:
+    CaptureMessageBoxes()
+    {
+        m_previous = kevra::platform::set_message_box_handler(
+            [this](const char * text) { texts.push_back(text); });
+    }
+    ~CaptureMessageBoxes() { kevra::platform::set_message_box_handler(m_previous); }
+    std::vector<std::string> texts;
+
+private:
+    kevra::platform::message_box_handler m_previous;
+};
+
+// Points the device root somewhere for the life of the object.
+class DeviceRoot {
+public:
+    explicit DeviceRoot(const std::string & root)
+    {
+        m_previous = kevra::platform::device_root();
+        kevra::platform::set_device_root(root);
+    }
+    ~DeviceRoot() { kevra::platform::set_device_root(m_previous); }
+
+private:
+    std::string m_previous;
+};
+
+} // namespace kevra_test
+
+#endif
