@@ -8,86 +8,68 @@
 //  * inclusive (red/green/blue levels, black and white): columns left .. right, picture rows
 //    top .. bottom.
 // Neither is clipped to the image: buffer forms trust their rectangle.
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
 #include "kevra/dib.h"
+#include "kevra/lut.h"
 #include "kevra/traitement.h"
 #include "processing/detail/colour_model.h"
+#include "processing/detail/colour_walk.h"
 #include "processing/detail/image_form.h"
 #include "processing/detail/pixel.h"
 
 namespace kevra {
 
+// The memoised path of the hue and lightness gains can be compiled out with
+// -DKEVRA_COLOUR_MEMO=0; at run time detail::set_colour_memo_enabled switches it.
+#ifndef KEVRA_COLOUR_MEMO
+#define KEVRA_COLOUR_MEMO 1
+#endif
+
+namespace detail {
+
+namespace {
+std::atomic<bool> g_colour_memo{KEVRA_COLOUR_MEMO != 0};
+} // namespace
+
+void set_colour_memo_enabled(bool enabled)
+{
+    g_colour_memo.store(enabled, std::memory_order_relaxed);
+}
+
+bool colour_memo_enabled()
+{
+    return KEVRA_COLOUR_MEMO != 0 && g_colour_memo.load(std::memory_order_relaxed);
+}
+
+} // namespace detail
+
 namespace {
 
 using detail::Bgr24;
+using detail::PixelRuns;
 using detail::View;
-
-// Columns x0 .. x0 + count - 1 of buffer rows r0 .. r1 (both inclusive).
-struct PixelRuns {
-    int64_t x0 = 0;
-    int64_t count = 0;
-    int64_t r0 = 0;
-    int64_t r1 = -1;
-};
-
-// Right and bottom exclusive: buffer rows height - bottom .. height - 1 - top.
-PixelRuns half_open_runs(long height, const CRect &rc)
-{
-    PixelRuns runs;
-    runs.x0 = rc.left;
-    runs.count = static_cast<int64_t>(rc.right) - rc.left;
-    runs.r0 = static_cast<int64_t>(height) - rc.bottom;
-    runs.r1 = static_cast<int64_t>(height) - 1 - rc.top;
-    return runs;
-}
-
-// All edges inclusive: buffer rows height - 1 - bottom .. height - 1 - top.
-PixelRuns inclusive_runs(long height, const CRect &rc)
-{
-    PixelRuns runs;
-    runs.x0 = rc.left;
-    runs.count = static_cast<int64_t>(rc.right) - rc.left + 1;
-    runs.r0 = static_cast<int64_t>(height) - 1 - rc.bottom;
-    runs.r1 = static_cast<int64_t>(height) - 1 - rc.top;
-    return runs;
-}
 
 View<Bgr24> colour_view(long width, long height, void *bits)
 {
     return detail::view<Bgr24>(width, height, static_cast<unsigned char *>(bits));
 }
 
-uint8_t *run_start(const View<Bgr24> &v, const PixelRuns &runs, int64_t r)
-{
-    return v.bits + static_cast<std::ptrdiff_t>(r) * v.pitch
-           + static_cast<std::ptrdiff_t>(runs.x0) * 3;
-}
-
-// Calls pixel(p) for the three bytes p of every pixel of the runs.
-template <class PixelFn>
-void for_each_pixel(const View<Bgr24> &v, const PixelRuns &runs, PixelFn &&pixel)
-{
-    for (int64_t r = runs.r0; r <= runs.r1; ++r) {
-        uint8_t *p = run_start(v, runs, r);
-        for (int64_t x = 0; x < runs.count; ++x, p += 3)
-            pixel(p);
-    }
-}
+// Below this many pixels filling the memo table costs more than it saves.
+constexpr int64_t kMemoMinPixels = 65536;
 
 // The hue and lightness gains: every pixel of the half-open rectangle through the model.
-template <class ModelFn>
 void apply_model(long width, long height, void *bits, const CRect &rect, double factor,
-                 ModelFn &&model)
+                 detail::ModelFn model)
 {
     const View<Bgr24> v = colour_view(width, height, bits);
-    for_each_pixel(v, half_open_runs(height, rect), [&](uint8_t *p) {
-        const detail::Rgb8 out = model(p[0], p[1], p[2], factor);
-        p[0] = out.c1;
-        p[1] = out.c2;
-        p[2] = out.c3;
-    });
+    const PixelRuns runs = detail::half_open_runs(height, rect);
+    if (detail::colour_memo_enabled() && runs.pixels() >= kMemoMinPixels
+        && detail::apply_model_memo(v, runs, factor, model))
+        return;
+    detail::apply_model_plain(v, runs, factor, model);
 }
 
 } // namespace
@@ -150,11 +132,11 @@ bool CTraitementImg_24_Bpp::ReglageSaturation(int pourcentage, long width, long 
 {
     const double facteur = static_cast<double>(pourcentage) * 0.01;
     const View<Bgr24> v = colour_view(width, height, bits);
-    const PixelRuns runs = half_open_runs(height, rect);
+    const PixelRuns runs = detail::half_open_runs(height, rect);
     if (runs.count <= 0)
         return true;
     for (int64_t r = runs.r0; r <= runs.r1; ++r) {
-        uint8_t *p = run_start(v, runs, r);
+        uint8_t *p = detail::run_start(v, runs, r);
         ProcessingSat(p, p, detail::wrap_int32(runs.count), facteur);
     }
     return true;
@@ -216,13 +198,80 @@ bool CTraitementImg_24_Bpp::BlanchimentDents(int niveau, CDibRoot *image)
     return ReglageLuminance(niveau, image);
 }
 
+// ---- Red, green, blue levels (inclusive, through a colour table) ------------------------------
+//
+// Each builds a fresh default table, sets the wanted channel gains (level + 100) / 100 on it
+// and applies it to the inclusive rectangle; the object's own working table is not touched.
+
+bool CTraitementImg_24_Bpp::ReglageRouge(int pourcentage, long width, long height, void *bits,
+                                         CRect &rect)
+{
+    CLUT_24_Bpp table;
+    table.ReglageRouge(pourcentage);
+    return table.FiltrerBuffer(width, height, bits, rect);
+}
+
+bool CTraitementImg_24_Bpp::ReglageRouge(int pourcentage, CDibRoot *image)
+{
+    return detail::run_image_form(GetBpp(), image, [&](long w, long h, void *b, CRect &rc) {
+        return ReglageRouge(pourcentage, w, h, b, rc);
+    });
+}
+
+bool CTraitementImg_24_Bpp::ReglageVert(int pourcentage, long width, long height, void *bits,
+                                        CRect &rect)
+{
+    CLUT_24_Bpp table;
+    table.ReglageVert(pourcentage);
+    return table.FiltrerBuffer(width, height, bits, rect);
+}
+
+bool CTraitementImg_24_Bpp::ReglageVert(int pourcentage, CDibRoot *image)
+{
+    return detail::run_image_form(GetBpp(), image, [&](long w, long h, void *b, CRect &rc) {
+        return ReglageVert(pourcentage, w, h, b, rc);
+    });
+}
+
+bool CTraitementImg_24_Bpp::ReglageBleu(int pourcentage, long width, long height, void *bits,
+                                        CRect &rect)
+{
+    CLUT_24_Bpp table;
+    table.ReglageBleu(pourcentage);
+    return table.FiltrerBuffer(width, height, bits, rect);
+}
+
+bool CTraitementImg_24_Bpp::ReglageBleu(int pourcentage, CDibRoot *image)
+{
+    return detail::run_image_form(GetBpp(), image, [&](long w, long h, void *b, CRect &rc) {
+        return ReglageBleu(pourcentage, w, h, b, rc);
+    });
+}
+
+// The table sets red, then green, then blue, stopping at the first channel it refuses.
+bool CTraitementImg_24_Bpp::ReglageRougeVertBleu(int rouge, int vert, int bleu, long width,
+                                                 long height, void *bits, CRect &rect)
+{
+    CLUT_24_Bpp table;
+    table.ReglageRougeVertBleu(rouge, vert, bleu);
+    return table.FiltrerBuffer(width, height, bits, rect);
+}
+
+bool CTraitementImg_24_Bpp::ReglageRougeVertBleu(int rouge, int vert, int bleu,
+                                                 CDibRoot *image)
+{
+    return detail::run_image_form(GetBpp(), image, [&](long w, long h, void *b, CRect &rc) {
+        return ReglageRougeVertBleu(rouge, vert, bleu, w, h, b, rc);
+    });
+}
+
 // ---- Black and white (inclusive) --------------------------------------------------------------
 
 // The picture becomes its second byte (green): no weighted luminance, on purpose.
 bool CTraitementImg_24_Bpp::NoirEtBlanc(long width, long height, void *bits, CRect &rect)
 {
     const View<Bgr24> v = colour_view(width, height, bits);
-    for_each_pixel(v, inclusive_runs(height, rect), [](uint8_t *p) {
+    detail::for_each_pixel(v, detail::inclusive_runs(height, rect), [](uint8_t *p) {
         p[0] = p[1];
         p[2] = p[1];
     });
