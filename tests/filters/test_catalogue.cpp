@@ -9,6 +9,7 @@
 #include "kevra/platform.h"
 
 #include "filters/filtre_probe.h"
+#include "filters/plane.h"
 
 namespace kevra {
 namespace {
@@ -166,21 +167,11 @@ TEST(FiltreCatalogue, InvalidCombinations)
     EXPECT_FALSE(CFiltre(static_cast<CFiltre::e_Filtre>(-1), 3, 0.0f).IsOK());
 }
 
-struct DebugCapture {
-    std::wstring text;
-    platform::debug_output_handler old;
-    DebugCapture()
-    {
-        old = platform::set_debug_output_handler([this](const wchar_t * t) { text += t; });
-    }
-    ~DebugCapture() { platform::set_debug_output_handler(old); }
-};
-
 TEST(FiltreCatalogue, UnknownKindWritesTheDebugText)
 {
     FiltreProbe f(CFiltre::Filtre_Moyenne, 3, 0.0f);
     float table[2] = {7.0f, 7.0f};
-    DebugCapture capture;
+    test::CaptureDebugOutput capture;
     EXPECT_FALSE(f.RemplirFiltreConvolutif(table, static_cast<CFiltre::e_Filtre>(6), 1, 0.0f));
     EXPECT_EQ(capture.text, L"\nCFiltre::CFiltre erreur m_NomFiltre");
     EXPECT_EQ(table[0], 7.0f);

@@ -1,0 +1,342 @@
+// The filtering engine over float planes, shared by the 1- and 3-colour forms.
+//
+// A plane holds width pixels a row, C floats a pixel (C = 1 grey, C = 3 blue,
+// green, red), bottom row first. The 3-colour engines are the 1-colour ones
+// with a stride of C floats across and C*width floats down: each component
+// only ever meets the same component of its neighbours.
+//
+// Two paths compute the same bytes:
+// - the plain path (…_plain) walks pixel by pixel and states each sum exactly
+//   as the kernel defines it; it is the definition;
+// - the fast path (…_fast) computes the interior a row at a time, one tap at
+//   a time across the row, so that every pixel still receives exactly the
+//   plain sequence of single-precision operations (the loops vectorise across
+//   pixels, never across the terms of one sum). Border pixels always take the
+//   plain code.
+#ifndef KEVRA_FILTERS_DETAIL_CONVOLUTION_H
+#define KEVRA_FILTERS_DETAIL_CONVOLUTION_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "kevra/types.h"
+
+namespace kevra::detail {
+
+// Run-time switch between the two paths (tests and benchmarks compare them).
+bool filters_fast_enabled();
+void set_filters_fast_enabled(bool enabled);
+
+// The working rectangle turned into plane bounds: columns L..R, buffer rows
+// B..T (B the lowest), all inclusive. Each bound is clamped into the image on
+// its own, so a rectangle lying wholly outside still meets the nearest edge.
+struct FilterRegion {
+    int64_t L = 0, R = -1, B = 0, T = -1;
+    bool empty() const { return L > R || B > T; }
+};
+
+inline int64_t clamp_to(int64_t v, int64_t lo, int64_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
+
+inline FilterRegion filter_region(int64_t width, int64_t height, const CRect & rc)
+{
+    FilterRegion g;
+    if (width <= 0 || height <= 0)
+        return g;
+    g.L = clamp_to(rc.left, 0, width - 1);
+    g.R = clamp_to(rc.right, 0, width - 1);
+    g.B = clamp_to(height - 1 - int64_t(rc.bottom), 0, height - 1);
+    g.T = clamp_to(height - 1 - int64_t(rc.top), 0, height - 1);
+    return g;
+}
+
+// Border rule of the low side (left, bottom) for taps that fall outside the
+// rectangle. The separable engines mirror about the edge, the edge sample
+// repeated. The full-kernel engines read a shifted run instead: with m taps of
+// a kernel row (or m kernel rows) outside, a tap at p reads p + 2m - 1. For a
+// 3x3 kernel the two agree; for wider user kernels they do not, and the
+// shifted run is what full kernels have always read, so it is kept.
+enum class LowBorder { mirror, shifted_run };
+
+// One axis of the working rectangle (the columns L..R of a row `size` pixels
+// long, or the buffer rows B..T of a plane `size` rows high) and the kernel's
+// half size n along it.
+//
+// A border zone exists only where the rectangle lies within n of the image's
+// edge: pixels below inner_lo (low zone) or above inner_hi (high zone) read
+// their outside taps through the border rules, the others read real samples,
+// also beyond the rectangle. The high test on the row axis (the picture's top)
+// admits equality while the column test does not: a rectangle whose top lies
+// exactly n rows below the image's top mirrors its last n rows although the
+// real rows exist. That asymmetry is kept on purpose.
+//
+// Narrow rectangles. When the rectangle is so narrow near an edge that the two
+// zones overlap (inner_lo > inner_hi + 1), the zones as such would compute
+// some pixels twice and read past the image. Such an axis is "narrow": every
+// pixel of it is a border pixel and every tap outside the rectangle is folded
+// back into it by mirroring about both edges, as often as needed (the shifted
+// run is not used there). So every pixel is computed once, from samples of
+// the rectangle only. When the zones do not overlap the zone rules alone stay
+// inside the image, and narrow handling never applies.
+struct FilterAxis {
+    int64_t size = 0;
+    int64_t lo = 0, hi = -1;
+    int64_t n = 0;
+    int64_t inner_lo = 0, inner_hi = -1; // interior bounds, not clamped
+    bool narrow = false;
+    LowBorder low_rule = LowBorder::mirror;
+
+    FilterAxis(int64_t size_, int64_t lo_, int64_t hi_, int64_t n_, bool high_test_admits_equality,
+               LowBorder low_rule_)
+        : size(size_), lo(lo_), hi(hi_), n(n_), low_rule(low_rule_)
+    {
+        inner_lo = lo - n < 0 ? lo + n : lo;
+        const bool high_border = high_test_admits_equality ? hi + n >= size - 1 : hi + n > size - 1;
+        inner_hi = high_border ? hi - n : hi;
+        narrow = inner_lo > inner_hi + 1;
+    }
+
+    bool interior(int64_t x) const { return x >= inner_lo && x <= inner_hi; }
+
+    // Position actually read by pixel x for its tap at position p.
+    int64_t source(int64_t x, int64_t p) const
+    {
+        if (narrow)
+            return fold(p);
+        if (p < lo && x < inner_lo) {
+            if (low_rule == LowBorder::mirror)
+                return 2 * lo - 1 - p;
+            const int64_t m = lo - (x - n); // taps of this kernel row outside
+            return p + 2 * m - 1;
+        }
+        if (p > hi && x > inner_hi)
+            return 2 * hi + 1 - p;
+        return p;
+    }
+
+    // Mirror about lo and hi (edge samples repeated) until p lies in lo..hi:
+    // the even extension of period 2 * (hi - lo + 1).
+    int64_t fold(int64_t p) const
+    {
+        const int64_t period = 2 * (hi - lo + 1);
+        int64_t q = (p - lo) % period;
+        if (q < 0)
+            q += period;
+        if (q >= period / 2)
+            q = period - 1 - q;
+        return lo + q;
+    }
+};
+
+// ---------------------------------------------------------------------------
+// The per-pixel formulas.
+
+// Separable pass: k0*s(0) + k1*(s(-1) + s(1)) + k2*(s(-2) + s(2)) + ...,
+// single precision, centre term first, then the pairs by increasing distance.
+template <class Sample>
+inline float symmetric_sum(const float * k, int64_t n, Sample s)
+{
+    float v = k[0] * s(0);
+    for (int64_t i = 1; i <= n; ++i)
+        v = v + k[i] * (s(-i) + s(i));
+    return v;
+}
+
+// Full kernel: sum of K[j(2nX+1) + i] * s(i, j) from 0.0, kernel row j = 0
+// (the lowest buffer row) first, each row left to right; not flipped.
+template <class Sample>
+inline float correlation_sum(const float * K, int64_t nX, int64_t nY, Sample s)
+{
+    const int64_t kw = 2 * nX + 1;
+    float v = 0.0f;
+    for (int64_t j = 0; j <= 2 * nY; ++j)
+        for (int64_t i = 0; i < kw; ++i)
+            v = v + K[j * kw + i] * s(i, j);
+    return v;
+}
+
+// Linear rescaling of full-kernel results: multiplication first.
+inline float rescale(float v, float factor, float offset) { return v * factor + offset; }
+
+// ---------------------------------------------------------------------------
+// Separable engine. mid is an intermediate plane of the same size.
+
+struct PlaneGeometry {
+    int64_t width = 0, height = 0;
+};
+
+// Rows of the across pass: the rectangle's rows and the n rows beyond each
+// end that the down pass reads where the image extends that far.
+inline int64_t across_first_row(const FilterRegion & g, int64_t nY) { return g.B - nY < 0 ? 0 : g.B - nY; }
+inline int64_t across_last_row(const FilterRegion & g, int64_t nY, int64_t height)
+{
+    return g.T + nY > height - 1 ? height - 1 : g.T + nY;
+}
+
+template <int C>
+void across_pixel_plain(const float * srow, float * mrow, const FilterAxis & ax, int64_t x, const float * kx)
+{
+    for (int c = 0; c < C; ++c) {
+        if (ax.interior(x))
+            mrow[x * C + c] = symmetric_sum(kx, ax.n, [&](int64_t d) { return srow[(x + d) * C + c]; });
+        else
+            mrow[x * C + c] =
+                symmetric_sum(kx, ax.n, [&](int64_t d) { return srow[ax.source(x, x + d) * C + c]; });
+    }
+}
+
+template <int C>
+void down_pixel_plain(const float * mid, float * dst, int64_t width, const FilterAxis & ay, int64_t x, int64_t y,
+                      const float * ky)
+{
+    const int64_t stride = width * C;
+    for (int c = 0; c < C; ++c) {
+        const int64_t col = x * C + c;
+        if (ay.interior(y))
+            dst[y * stride + col] = symmetric_sum(ky, ay.n, [&](int64_t d) { return mid[(y + d) * stride + col]; });
+        else
+            dst[y * stride + col] =
+                symmetric_sum(ky, ay.n, [&](int64_t d) { return mid[ay.source(y, y + d) * stride + col]; });
+    }
+}
+
+template <int C>
+void separable_plain(PlaneGeometry pg, const float * src, float * mid, float * dst, const FilterRegion & g,
+                     const FilterAxis & ax, const FilterAxis & ay, const float * kx, const float * ky)
+{
+    const int64_t stride = pg.width * C;
+    const int64_t r1 = across_last_row(g, ay.n, pg.height);
+    for (int64_t r = across_first_row(g, ay.n); r <= r1; ++r)
+        for (int64_t x = g.L; x <= g.R; ++x)
+            across_pixel_plain<C>(src + r * stride, mid + r * stride, ax, x, kx);
+    for (int64_t y = g.B; y <= g.T; ++y)
+        for (int64_t x = g.L; x <= g.R; ++x)
+            down_pixel_plain<C>(mid, dst, pg.width, ay, x, y, ky);
+}
+
+template <int C>
+void separable_fast(PlaneGeometry pg, const float * src, float * mid, float * dst, const FilterRegion & g,
+                    const FilterAxis & ax, const FilterAxis & ay, const float * kx, const float * ky)
+{
+    const int64_t stride = pg.width * C;
+    const bool x_run = !ax.narrow && ax.inner_lo <= ax.inner_hi;
+    const int64_t r1 = across_last_row(g, ay.n, pg.height);
+    for (int64_t r = across_first_row(g, ay.n); r <= r1; ++r) {
+        const float * srow = src + r * stride;
+        float * mrow = mid + r * stride;
+        if (!x_run) {
+            for (int64_t x = g.L; x <= g.R; ++x)
+                across_pixel_plain<C>(srow, mrow, ax, x, kx);
+            continue;
+        }
+        for (int64_t x = g.L; x < ax.inner_lo; ++x)
+            across_pixel_plain<C>(srow, mrow, ax, x, kx);
+        const int64_t f0 = ax.inner_lo * C, f1 = ax.inner_hi * C + C;
+        const float * __restrict s = srow;
+        float * __restrict m = mrow;
+        const float k0 = kx[0];
+        for (int64_t f = f0; f < f1; ++f)
+            m[f] = k0 * s[f];
+        for (int64_t i = 1; i <= ax.n; ++i) {
+            const float ki = kx[i];
+            const int64_t a = i * C;
+            for (int64_t f = f0; f < f1; ++f)
+                m[f] = m[f] + ki * (s[f - a] + s[f + a]);
+        }
+        for (int64_t x = ax.inner_hi + 1; x <= g.R; ++x)
+            across_pixel_plain<C>(srow, mrow, ax, x, kx);
+    }
+
+    const int64_t yi0 = ay.narrow ? g.T + 1 : ay.inner_lo;
+    const int64_t yi1 = ay.narrow ? g.T : ay.inner_hi;
+    const int64_t f0 = g.L * C, f1 = g.R * C + C;
+    for (int64_t y = g.B; y <= g.T; ++y) {
+        if (y < yi0 || y > yi1) {
+            for (int64_t x = g.L; x <= g.R; ++x)
+                down_pixel_plain<C>(mid, dst, pg.width, ay, x, y, ky);
+            continue;
+        }
+        float * __restrict out = dst + y * stride;
+        const float * __restrict centre = mid + y * stride;
+        const float k0 = ky[0];
+        for (int64_t f = f0; f < f1; ++f)
+            out[f] = k0 * centre[f];
+        for (int64_t j = 1; j <= ay.n; ++j) {
+            const float kj = ky[j];
+            const float * __restrict below = mid + (y - j) * stride;
+            const float * __restrict above = mid + (y + j) * stride;
+            for (int64_t f = f0; f < f1; ++f)
+                out[f] = out[f] + kj * (below[f] + above[f]);
+        }
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Full-kernel engine.
+
+template <int C>
+void full_pixel_plain(PlaneGeometry pg, const float * src, float * dst, const FilterAxis & ax,
+                      const FilterAxis & ay, int64_t x, int64_t y, const float * K, float offset, float factor)
+{
+    const int64_t stride = pg.width * C;
+    const bool inside = ax.interior(x) && ay.interior(y);
+    for (int c = 0; c < C; ++c) {
+        float v;
+        if (inside)
+            v = correlation_sum(K, ax.n, ay.n, [&](int64_t i, int64_t j) {
+                return src[(y - ay.n + j) * stride + (x - ax.n + i) * C + c];
+            });
+        else
+            v = correlation_sum(K, ax.n, ay.n, [&](int64_t i, int64_t j) {
+                return src[ay.source(y, y - ay.n + j) * stride + ax.source(x, x - ax.n + i) * C + c];
+            });
+        dst[y * stride + x * C + c] = rescale(v, factor, offset);
+    }
+}
+
+template <int C>
+void full_plain(PlaneGeometry pg, const float * src, float * dst, const FilterRegion & g, const FilterAxis & ax,
+                const FilterAxis & ay, const float * K, float offset, float factor)
+{
+    for (int64_t y = g.B; y <= g.T; ++y)
+        for (int64_t x = g.L; x <= g.R; ++x)
+            full_pixel_plain<C>(pg, src, dst, ax, ay, x, y, K, offset, factor);
+}
+
+template <int C>
+void full_fast(PlaneGeometry pg, const float * src, float * dst, const FilterRegion & g, const FilterAxis & ax,
+               const FilterAxis & ay, const float * K, float offset, float factor)
+{
+    const int64_t stride = pg.width * C;
+    const int64_t kw = 2 * ax.n + 1;
+    const bool x_run = !ax.narrow && ax.inner_lo <= ax.inner_hi;
+    for (int64_t y = g.B; y <= g.T; ++y) {
+        if (!x_run || ay.narrow || !ay.interior(y)) {
+            for (int64_t x = g.L; x <= g.R; ++x)
+                full_pixel_plain<C>(pg, src, dst, ax, ay, x, y, K, offset, factor);
+            continue;
+        }
+        for (int64_t x = g.L; x < ax.inner_lo; ++x)
+            full_pixel_plain<C>(pg, src, dst, ax, ay, x, y, K, offset, factor);
+        const int64_t f0 = ax.inner_lo * C, f1 = ax.inner_hi * C + C;
+        float * __restrict out = dst + y * stride;
+        for (int64_t f = f0; f < f1; ++f)
+            out[f] = 0.0f;
+        for (int64_t j = 0; j <= 2 * ay.n; ++j) {
+            const float * __restrict s = src + (y - ay.n + j) * stride;
+            for (int64_t i = 0; i < kw; ++i) {
+                const float k = K[j * kw + i];
+                const int64_t a = (i - ax.n) * C;
+                for (int64_t f = f0; f < f1; ++f)
+                    out[f] = out[f] + k * s[f + a];
+            }
+        }
+        for (int64_t f = f0; f < f1; ++f)
+            out[f] = rescale(out[f], factor, offset);
+        for (int64_t x = ax.inner_hi + 1; x <= g.R; ++x)
+            full_pixel_plain<C>(pg, src, dst, ax, ay, x, y, K, offset, factor);
+    }
+}
+
+} // namespace kevra::detail
+
+#endif
