@@ -91,33 +91,51 @@ inline void apply_model_plain(const View<Bgr24> &v, const PixelRuns &runs, doubl
 // direct-mapped table of 2^16 slots keyed by the 24-bit colour. A slot holds the colour in
 // bits 24..47 and the result in bits 0..23; every result in it was computed by the plain
 // model for that very colour, so the bytes are the plain path's by construction.
+// When, after a fair sample, nearly every pixel misses (noise-like pictures), the remaining
+// rows go through the plain path, which is then faster.
 // False (nothing done) when the table cannot be allocated.
 inline bool apply_model_memo(const View<Bgr24> &v, const PixelRuns &runs, double factor,
                              ModelFn model)
 {
     constexpr uint32_t kSlotBits = 16;
+    constexpr int64_t kSample = 65536;
     uint64_t *slots = try_new_array<uint64_t>(std::size_t(1) << kSlotBits);
     if (slots == nullptr)
         return false;
     // All ones: key bits above 2^24, which no colour has.
     std::memset(slots, 0xFF, sizeof(uint64_t) << kSlotBits);
 
-    for_each_pixel(v, runs, [&](uint8_t *p) {
-        const uint32_t colour = uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16);
-        const uint32_t slot = (colour * 0x9E3779B1u) >> (32 - kSlotBits);
-        uint64_t entry = slots[slot];
-        if ((entry >> 24) != colour) { // an empty slot never matches
-            const Rgb8 out = model(p[0], p[1], p[2], factor);
-            const uint32_t packed = uint32_t(out.c1) | (uint32_t(out.c2) << 8)
-                                    | (uint32_t(out.c3) << 16);
-            entry = (uint64_t(colour) << 24) | packed;
-            slots[slot] = entry;
+    int64_t seen = 0, misses = 0;
+    int64_t r = runs.r0;
+    for (; r <= runs.r1; ++r) {
+        if (seen >= kSample && misses * 8 > seen * 7)
+            break;
+        uint8_t *p = run_start(v, runs, r);
+        for (int64_t x = 0; x < runs.count; ++x, p += 3) {
+            const uint32_t colour =
+                uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16);
+            const uint32_t slot = (colour * 0x9E3779B1u) >> (32 - kSlotBits);
+            uint64_t entry = slots[slot];
+            if ((entry >> 24) != colour) { // an empty slot never matches
+                const Rgb8 out = model(p[0], p[1], p[2], factor);
+                const uint32_t packed =
+                    uint32_t(out.c1) | (uint32_t(out.c2) << 8) | (uint32_t(out.c3) << 16);
+                entry = (uint64_t(colour) << 24) | packed;
+                slots[slot] = entry;
+                ++misses;
+            }
+            p[0] = static_cast<uint8_t>(entry);
+            p[1] = static_cast<uint8_t>(entry >> 8);
+            p[2] = static_cast<uint8_t>(entry >> 16);
         }
-        p[0] = static_cast<uint8_t>(entry);
-        p[1] = static_cast<uint8_t>(entry >> 8);
-        p[2] = static_cast<uint8_t>(entry >> 16);
-    });
+        seen += runs.count;
+    }
     delete[] slots;
+    if (r <= runs.r1) {
+        PixelRuns rest = runs;
+        rest.r0 = r;
+        apply_model_plain(v, rest, factor, model);
+    }
     return true;
 }
 
