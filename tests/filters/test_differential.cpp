@@ -104,8 +104,9 @@ TEST(FiltreDifferential, FastPathGivesThePlainBytes)
             for (int x = 0; x < w; ++x) {
                 const bool inside = x >= g.L && x <= g.R && row >= g.B && row <= g.T;
                 for (int ch = 0; ch < channels; ++ch) {
-                    if (!inside) // the engine writes nothing outside the rectangle
+                    if (!inside) { // the engine writes nothing outside the rectangle
                         ASSERT_EQ(plain.at(x, row, ch), GuardedPlane::kSentinel) << iter;
+                    }
                     const float expected = inside ? fast.at(x, row, ch) : src.at(x, row, ch);
                     ASSERT_EQ(std::memcmp(&inplace.at(x, row, ch), &expected, sizeof(float)), 0)
                         << iter << " at " << x << "," << row;
