@@ -131,8 +131,13 @@ public:
         const MedianBounds b = median_bounds(src_.width, src_.height, rc, n_);
         const int32_t n = n_;
 
-        // Interior: full windows.
-        for (int32_t r = b.rs; r <= b.re; ++r)
+        // Interior: full windows. Only an image narrower or lower than the window (1 pixel
+        // across with n >= 1) gets interior bounds whose windows leave it, through the clamping
+        // of xs, xe (rs, re) onto the same column (row); such an interior is not examined, so
+        // nothing is read outside the image.
+        const bool interior_fits = int64_t(b.xs) - n >= 0 && int64_t(b.xe) + n <= src_.width - 1 &&
+                                   int64_t(b.rs) - n >= 0 && int64_t(b.re) + n <= src_.height - 1;
+        for (int32_t r = b.rs; interior_fits && r <= b.re; ++r)
             for (int32_t x = b.xs; x <= b.xe; ++x)
                 for (int c = 0; c < channels; ++c)
                     interior(x, r, c);
