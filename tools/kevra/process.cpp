@@ -1,0 +1,292 @@
+// `kevra process`: a chain of sequencer steps over one file, or over several
+// files in parallel.
+#include "commands.h"
+#include "common.h"
+#include "run.h"
+#include "steps.h"
+
+#include "kevra/dib.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <map>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kevra_cli {
+
+kevra::CRect parse_zone(const std::string & text)
+{
+    long v[4];
+    int n = 0;
+    std::size_t pos = 0;
+    while (n < 4) {
+        const std::size_t end = text.find(',', pos);
+        const std::string item = text.substr(pos, end == std::string::npos ? std::string::npos : end - pos);
+        char * stop = nullptr;
+        errno = 0;
+        const long x = std::strtol(item.c_str(), &stop, 10);
+        if (item.empty() || *stop != 0 || errno == ERANGE || x < INT32_MIN || x > INT32_MAX)
+            break;
+        v[n++] = x;
+        if (end == std::string::npos)
+            break;
+        pos = end + 1;
+    }
+    if (n != 4 || std::count(text.begin(), text.end(), ',') != 3)
+        throw UsageError("--zone: '" + text + "' is not LEFT,TOP,RIGHT,BOTTOM (whole numbers)");
+    return kevra::CRect(static_cast<int>(v[0]), static_cast<int>(v[1]), static_cast<int>(v[2]),
+                        static_cast<int>(v[3]));
+}
+
+void parse_size(const std::string & option, const std::string & text, int & width, int & height)
+{
+    const std::size_t x = text.find_first_of("xX");
+    char * e1 = nullptr;
+    char * e2 = nullptr;
+    long w = 0;
+    long h = 0;
+    if (x != std::string::npos) {
+        const std::string a = text.substr(0, x);
+        const std::string b = text.substr(x + 1);
+        w = std::strtol(a.c_str(), &e1, 10);
+        h = std::strtol(b.c_str(), &e2, 10);
+        if (!a.empty() && !b.empty() && *e1 == 0 && *e2 == 0 && w >= 1 && h >= 1 && w <= 16384 && h <= 16384) {
+            width = static_cast<int>(w);
+            height = static_cast<int>(h);
+            return;
+        }
+    }
+    throw UsageError(option + ": '" + text + "' is not WIDTHxHEIGHT (1 to 16384 pixels each)");
+}
+
+namespace {
+
+struct ProcessOptions {
+    std::vector<std::string> files;
+    std::string out_dir;
+    std::string zone;
+    std::string trace;
+    bool verbose = false;
+    unsigned jobs = 0;
+    StepOptions steps;
+};
+
+std::string base_name(const std::string & path)
+{
+    const std::size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string ms_text(double ms)
+{
+    return format_number(ms, ms < 10.0 ? 2 : 1) + " ms";
+}
+
+// One file through the chain; throws Failure. Notes go to `notes`.
+RunResult process_file(const std::vector<Step> & steps, const std::string & in, const std::string & out,
+                       const kevra::CRect * zone, bool read_trace, std::vector<std::string> & notes)
+{
+    kevra::CDib image;
+    load_bmp(in, image, {8, 16, 24});
+    notes = check_depth(steps, image.BitCount(), in);
+    if (zone != nullptr)
+        image.SetZoneTravail(*zone);
+    RunResult r = run_chain(steps, image, read_trace);
+    if (!r.ok)
+        throw Failure(in + ": " + r.failure);
+    save_bmp(image, out);
+    return r;
+}
+
+int run_single(ProcessOptions & o, const std::vector<Step> & steps, const kevra::CRect * zone)
+{
+    const std::string & in = o.files[0];
+    const std::string & out = o.files[1];
+    std::vector<std::string> notes;
+    const auto start = std::chrono::steady_clock::now();
+    const RunResult r = process_file(steps, in, out, zone, true, notes);
+    const double total = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    for (const std::string & n : notes)
+        std::fprintf(stderr, "kevra: note: %s\n", n.c_str());
+    if (o.verbose) {
+        std::printf("%s: %ld x %ld pixels\n", out.c_str(), r.width, r.height);
+        for (const StepTime & t : r.times)
+            std::printf("  %-40s %s\n", t.label.c_str(), ms_text(t.ms).c_str());
+        std::printf("  %-40s %s\n", "total (load, run, save)", ms_text(total).c_str());
+    }
+    return 0;
+}
+
+int run_batch(ProcessOptions & o, const std::vector<Step> & steps, const kevra::CRect * zone)
+{
+    const std::vector<std::string> & inputs = o.files;
+    struct stat st {};
+    if (::stat(o.out_dir.c_str(), &st) != 0) {
+        if (::mkdir(o.out_dir.c_str(), 0777) != 0)
+            throw Failure(o.out_dir + ": cannot create the output directory: " + std::strerror(errno));
+    } else if (!S_ISDIR(st.st_mode)) {
+        throw Failure(o.out_dir + ": not a directory");
+    }
+    const std::string dir = o.out_dir.back() == '/' ? o.out_dir : o.out_dir + "/";
+
+    // Each input's output, refused when it would replace an input or the
+    // output of an earlier input.
+    std::vector<std::string> outputs(inputs.size());
+    std::vector<std::string> refused(inputs.size());
+    std::map<std::string, std::string> owner;
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        outputs[i] = dir + base_name(inputs[i]);
+        for (const std::string & other : inputs)
+            if (same_file(outputs[i], other))
+                refused[i] = inputs[i] + ": its output " + outputs[i] + " would replace an input (choose another --out-dir)";
+        if (refused[i].empty()) {
+            const auto found = owner.find(outputs[i]);
+            if (found != owner.end())
+                refused[i] = inputs[i] + ": its output " + outputs[i] + " is already the output of " + found->second;
+            else
+                owner[outputs[i]] = inputs[i];
+        }
+    }
+
+    unsigned jobs = o.jobs != 0 ? o.jobs : std::thread::hardware_concurrency();
+    if (jobs == 0)
+        jobs = 1;
+    if (jobs > inputs.size())
+        jobs = static_cast<unsigned>(inputs.size());
+
+    const bool progress = ::isatty(STDERR_FILENO) != 0;
+    std::mutex io;
+    std::atomic<std::size_t> next{0};
+    std::size_t done = 0;
+    std::size_t failed = 0;
+    const std::size_t total = inputs.size();
+
+    auto show_progress = [&] {
+        if (progress)
+            std::fprintf(stderr, "\r\033[Kkevra: %zu/%zu files, %zu failed", done, total, failed);
+    };
+    auto report = [&](const std::string & line, bool to_stderr) {
+        if (progress)
+            std::fputs("\r\033[K", stderr);
+        std::fprintf(to_stderr ? stderr : stdout, "%s\n", line.c_str());
+        if (!to_stderr)
+            std::fflush(stdout);
+    };
+
+    auto worker = [&] {
+        for (;;) {
+            const std::size_t i = next.fetch_add(1);
+            if (i >= total)
+                return;
+            std::string error;
+            std::vector<std::string> notes;
+            RunResult r;
+            const auto start = std::chrono::steady_clock::now();
+            if (!refused[i].empty()) {
+                error = refused[i];
+            } else {
+                try {
+                    r = process_file(steps, inputs[i], outputs[i], zone, false, notes);
+                } catch (const Failure & e) {
+                    error = e.what();
+                } catch (const std::exception & e) {
+                    error = inputs[i] + ": " + e.what();
+                }
+            }
+            const double ms =
+                std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+            std::lock_guard<std::mutex> lock(io);
+            ++done;
+            for (const std::string & n : notes)
+                report("kevra: note: " + n, true);
+            if (!error.empty()) {
+                ++failed;
+                report("kevra: " + error, true);
+            } else if (o.verbose) {
+                std::string line = outputs[i] + ": " + std::to_string(r.width) + " x " + std::to_string(r.height) +
+                                   " pixels, " + ms_text(ms);
+                std::string sep = " (";
+                for (const StepTime & t : r.times) {
+                    line += sep + t.label + " " + ms_text(t.ms);
+                    sep = ", ";
+                }
+                report(line + (r.times.empty() ? "" : ")"), false);
+            }
+            show_progress();
+        }
+    };
+
+    std::vector<std::thread> pool;
+    for (unsigned k = 1; k < jobs; ++k)
+        pool.emplace_back(worker);
+    worker();
+    for (std::thread & t : pool)
+        t.join();
+    if (progress)
+        std::fputs("\r\033[K", stderr);
+    if (failed != 0) {
+        std::fprintf(stderr, "kevra: %zu of %zu files failed\n", failed, total);
+        return exit_failure;
+    }
+    return 0;
+}
+
+} // namespace
+
+Command add_process_command(CLI::App & app)
+{
+    auto o = std::make_shared<ProcessOptions>();
+    CLI::App * c = app.add_subcommand("process", "Run a chain of processing steps over a BMP file (or several)");
+    c->add_option("files", o->files,
+                  "IN.bmp OUT.bmp, or with --out-dir: IN.bmp... (each written to DIR under its own name)")
+        ->required()
+        ->type_name("FILE...");
+    c->add_option("--out-dir", o->out_dir, "Process every FILE, in parallel, into this directory (created if needed)")
+        ->type_name("DIR");
+    c->add_option("-j,--jobs", o->jobs, "Files processed at once with --out-dir (default: one per processor core)")
+        ->check(CLI::Range(1u, 1024u))
+        ->type_name("N");
+    c->add_option("--zone", o->zone,
+                  "Working zone, inclusive picture coordinates (row 0 at the top); default: the whole image")
+        ->type_name("L,T,R,B");
+    c->add_flag("-v,--verbose", o->verbose, "Print the final size and the time of each step");
+    c->add_option("--trace", o->trace, "Write the sequencer's own trace (French) to FILE")->type_name("FILE");
+    o->steps.add_to(*c);
+    c->footer(steps_footer());
+
+    return {c, [o]() {
+                std::vector<Step> steps = o->steps.steps();
+                if (steps.empty())
+                    throw UsageError("process: no step given (see `kevra process --help`)");
+                kevra::CRect zone;
+                const kevra::CRect * pzone = nullptr;
+                if (!o->zone.empty()) {
+                    zone = parse_zone(o->zone);
+                    pzone = &zone;
+                }
+                const bool batch = !o->out_dir.empty();
+                if (!batch && o->files.size() != 2)
+                    throw UsageError("process: give IN.bmp OUT.bmp, or several inputs with --out-dir DIR");
+                if (!batch && o->jobs != 0)
+                    throw UsageError("process: --jobs goes with --out-dir");
+
+                install_library_notices();
+                install_step_clock();
+                open_trace(o->trace, batch ? "### kevra process : " + std::to_string(o->files.size()) + " files"
+                                           : "### kevra process : " + o->files[0] + " -> " + o->files[1]);
+                check_chain(steps);
+                return batch ? run_batch(*o, steps, pzone) : run_single(*o, steps, pzone);
+            }};
+}
+
+} // namespace kevra_cli
