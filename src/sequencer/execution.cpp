@@ -35,10 +35,15 @@ std::size_t buffer_bytes(int bpp, long width, long height)
     return static_cast<std::size_t>(pitch * height);
 }
 
+// A buffer for a step's result, cleared so that the row padding, which no
+// operation writes, comes out the same on every run.
 uint8_t *alloc_buffer(int bpp, long width, long height)
 {
     const std::size_t bytes = buffer_bytes(bpp, width, height);
-    return bytes == 0 ? nullptr : static_cast<uint8_t *>(try_alloc(bytes));
+    uint8_t *bits = bytes == 0 ? nullptr : static_cast<uint8_t *>(try_alloc(bytes));
+    if (bits != nullptr)
+        std::memset(bits, 0, bytes);
+    return bits;
 }
 
 // Float to int as the target converts: truncation toward zero, saturating at

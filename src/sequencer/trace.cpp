@@ -56,27 +56,7 @@ void append_utf8(std::string &out, uint32_t cp)
     }
 }
 
-} // namespace
-
-std::string trace_format(const char *format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    va_list again;
-    va_copy(again, args);
-    const int length = std::vsnprintf(nullptr, 0, format, args);
-    va_end(args);
-    std::string text;
-    if (length > 0) {
-        std::vector<char> buffer(static_cast<std::size_t>(length) + 1);
-        std::vsnprintf(buffer.data(), buffer.size(), format, again);
-        text.assign(buffer.data(), static_cast<std::size_t>(length));
-    }
-    va_end(again);
-    return text;
-}
-
-std::string utf8_from_wide(const wchar_t *text)
+std::string trace_utf8(const wchar_t *text)
 {
     std::string out;
     if (text == nullptr)
@@ -98,6 +78,26 @@ std::string utf8_from_wide(const wchar_t *text)
         append_utf8(out, cp);
     }
     return out;
+}
+
+} // namespace
+
+std::string trace_format(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    va_list again;
+    va_copy(again, args);
+    const int length = std::vsnprintf(nullptr, 0, format, args);
+    va_end(args);
+    std::string text;
+    if (length > 0) {
+        std::vector<char> buffer(static_cast<std::size_t>(length) + 1);
+        std::vsnprintf(buffer.data(), buffer.size(), format, again);
+        text.assign(buffer.data(), static_cast<std::size_t>(length));
+    }
+    va_end(again);
+    return text;
 }
 
 void trace_line(const std::string &utf8_text, bool error)
@@ -126,7 +126,7 @@ void reset_trace_state_for_tests()
 
 void CSequenceur::TraceAppels(const wchar_t *message, bool, bool bError)
 {
-    detail::trace_line(detail::utf8_from_wide(message), bError);
+    detail::trace_line(detail::trace_utf8(message), bError);
 }
 
 } // namespace kevra

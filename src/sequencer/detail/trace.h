@@ -20,9 +20,6 @@ std::string trace_format(const char *format, ...);
 // error is set, when tracing is on.
 void trace_line(const std::string &utf8_text, bool error);
 
-// The message of TraceAppels, as UTF-8.
-std::string utf8_from_wide(const wchar_t *text);
-
 // Test hook: forget the once-per-process decision, so that the next line
 // traced tests for the file again. Not for library code.
 void reset_trace_state_for_tests();
