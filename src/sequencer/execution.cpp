@@ -561,4 +561,37 @@ bool CSequenceur::FiltrerBuffer(long width, long height, void *pBitsIn, long wid
     return result;
 }
 
+bool CSequenceur::Filtrer(CDibRoot *pDib)
+{
+    if (pDib == nullptr || !pDib->IsOK())
+        return false;
+
+    long widthOut = 0;
+    long heightOut = 0;
+    if (!DonneTailleFinale(pDib->Width(), pDib->Height(), widthOut, heightOut))
+        return false;
+
+    const unsigned short bpp = pDib->BitCount();
+    CDibRoot *pNew = detail::try_new<CDibRoot>(
+        CSize(static_cast<int>(widthOut), static_cast<int>(heightOut)), bpp);
+    if (pNew == nullptr)
+        return false;
+    if (!pNew->IsOK()) {
+        delete pNew;
+        return false;
+    }
+
+    CRect rect = pDib->BoundingRectangle();
+    const bool result = FiltrerBuffer(pDib->Width(), pDib->Height(), pDib->GetBits(), widthOut,
+                                      heightOut, pNew->GetBits(), rect, bpp);
+    pDib->ReleaseBits();
+    pNew->ReleaseBits();
+
+    // Swapped whatever the run gave: a failed run leaves the image holding the
+    // new image as created. Callers rely on the size being the predicted one.
+    pDib->SwapImage(*pNew);
+    delete pNew;
+    return result;
+}
+
 } // namespace kevra

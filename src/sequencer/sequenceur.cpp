@@ -1,10 +1,9 @@
-// The step list of the sequencer: checks, additions, ordering, the predicted
-// final size and the image form of a run.
+// The step list of the sequencer: checks, additions, ordering and the
+// predicted final size.
 #include "kevra/sequenceur.h"
 
 #include <cstring>
 
-#include "kevra/dib.h"
 #include "kevra/platform.h"
 #include "sequencer/detail/steps.h"
 #include "sequencer/detail/trace.h"
@@ -259,39 +258,6 @@ bool CSequenceur::DonneTailleFinale(long width, long height, long &widthOut, lon
         }
     }
     return true;
-}
-
-bool CSequenceur::Filtrer(CDibRoot *pDib)
-{
-    if (pDib == nullptr || !pDib->IsOK())
-        return false;
-
-    long widthOut = 0;
-    long heightOut = 0;
-    if (!DonneTailleFinale(pDib->Width(), pDib->Height(), widthOut, heightOut))
-        return false;
-
-    const unsigned short bpp = pDib->BitCount();
-    CDibRoot *pNew = detail::try_new<CDibRoot>(
-        CSize(static_cast<int>(widthOut), static_cast<int>(heightOut)), bpp);
-    if (pNew == nullptr)
-        return false;
-    if (!pNew->IsOK()) {
-        delete pNew;
-        return false;
-    }
-
-    CRect rect = pDib->BoundingRectangle();
-    const bool result = FiltrerBuffer(pDib->Width(), pDib->Height(), pDib->GetBits(), widthOut,
-                                      heightOut, pNew->GetBits(), rect, bpp);
-    pDib->ReleaseBits();
-    pNew->ReleaseBits();
-
-    // Swapped whatever the run gave: a failed run leaves the image holding the
-    // new image as created. Callers rely on the size being the predicted one.
-    pDib->SwapImage(*pNew);
-    delete pNew;
-    return result;
 }
 
 } // namespace kevra
