@@ -13,7 +13,7 @@
 #include "kevra/dib.h"
 #include "kevra/types.h"
 
-namespace kevra_test {
+namespace lut_test {
 
 constexpr uint8_t kPaddingByte = 0xA5;
 constexpr uint8_t kGuardByte = 0x5A;
@@ -108,6 +108,6 @@ inline uint32_t crc32(const void *data, std::size_t n)
     return ~crc;
 }
 
-} // namespace kevra_test
+} // namespace lut_test
 
 #endif

@@ -10,7 +10,7 @@
 #include "lut/buffer_fixture.h"
 
 using namespace kevra;
-using kevra_test::GuardedBuffer;
+using lut_test::GuardedBuffer;
 
 namespace {
 
@@ -257,10 +257,10 @@ TEST(LutColour, FiltreOnImages)
     CDibRoot grey(CSize(2, 2), 8);
     EXPECT_FALSE(lut.Filtre(&grey));
     CDibRoot colour(CSize(2, 2), 24);
-    kevra_test::fill_random(colour, 5);
-    const auto before = kevra_test::image_bytes(colour);
+    lut_test::fill_random(colour, 5);
+    const auto before = lut_test::image_bytes(colour);
     EXPECT_TRUE(lut.Filtre(&colour));
-    const auto after = kevra_test::image_bytes(colour);
+    const auto after = lut_test::image_bytes(colour);
     for (int r = 0; r < 2; ++r)
         for (int i = 0; i < 6; ++i)
             EXPECT_EQ(after[r * 8 + i], 255 - before[r * 8 + i]);

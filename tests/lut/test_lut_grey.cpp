@@ -9,12 +9,12 @@
 #include "lut/buffer_fixture.h"
 
 using namespace kevra;
-using kevra_test::GuardedBuffer;
+using lut_test::GuardedBuffer;
 
 namespace {
 
-uint32_t crc_of(const CLUT_8_Bpp &lut) { return kevra_test::crc32(lut.Donne_Table(), 256); }
-uint32_t crc_of(const CLUT_16_Bpp &lut) { return kevra_test::crc32(lut.Donne_Table(), 65536 * 2); }
+uint32_t crc_of(const CLUT_8_Bpp &lut) { return lut_test::crc32(lut.Donne_Table(), 256); }
+uint32_t crc_of(const CLUT_16_Bpp &lut) { return lut_test::crc32(lut.Donne_Table(), 65536 * 2); }
 
 } // namespace
 
@@ -254,17 +254,17 @@ TEST(LutGrey, FiltreRefusesNullWrongDepthAndInvalidImages)
     CDibRoot empty;
     EXPECT_FALSE(lut.Filtre(&empty));
     CDibRoot grey16(CSize(4, 3), 16);
-    kevra_test::fill_random(grey16, 3);
-    const auto b16 = kevra_test::image_bytes(grey16);
+    lut_test::fill_random(grey16, 3);
+    const auto b16 = lut_test::image_bytes(grey16);
     EXPECT_FALSE(lut.Filtre(&grey16));
-    EXPECT_EQ(kevra_test::image_bytes(grey16), b16);
+    EXPECT_EQ(lut_test::image_bytes(grey16), b16);
 
     CDibRoot grey8(CSize(4, 3), 8);
-    kevra_test::fill_random(grey8, 4);
+    lut_test::fill_random(grey8, 4);
     grey8.SetZoneTravail(CRect(1, 0, 2, 1)); // picture rows 0..1 = memory rows 2..1
-    const auto b8 = kevra_test::image_bytes(grey8);
+    const auto b8 = lut_test::image_bytes(grey8);
     EXPECT_TRUE(lut.Filtre(&grey8));
-    const auto a8 = kevra_test::image_bytes(grey8);
+    const auto a8 = lut_test::image_bytes(grey8);
     for (int r = 0; r < 3; ++r)
         for (int x = 0; x < 4; ++x) {
             const bool inside = x >= 1 && x <= 2 && r >= 1;
