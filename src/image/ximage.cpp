@@ -145,6 +145,10 @@ bool CxImage::create(int64_t width, int64_t height, uint32_t bit_count, uint32_t
     m_dib = static_cast<uint8_t *>(detail::try_alloc(block_size()));
     if (m_dib == nullptr)
         return false;
+    // The whole block starts cleared: the ramp leaves the palette's reserved
+    // bytes alone and the rows are not written here, and files must never
+    // carry indeterminate bytes. No operation may rely on the cleared rows.
+    std::memset(m_dib, 0, block_size());
 
     if (bpp == 8 || bpp == 16)
         set_grey_palette();
@@ -154,9 +158,6 @@ bool CxImage::create(int64_t width, int64_t height, uint32_t bit_count, uint32_t
     drop_alpha();
     write_header_to_block();
     m_bits = m_dib + kInfoHeaderSize + entries * 4;
-    // Fresh rows are cleared so that nothing ever reads indeterminate bytes;
-    // no operation may rely on their content.
-    std::memset(m_bits, 0, h.biSizeImage);
     return true;
 }
 
