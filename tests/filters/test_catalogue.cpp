@@ -53,31 +53,26 @@ TEST(FiltreCatalogue, WorkerCountIsAtLeastTwo)
         EXPECT_EQ(six.worker_table()[i], nullptr);
 }
 
-TEST(FiltreCatalogue, MoyenneOfSize5)
+TEST(FiltreCatalogue, MoyenneRampeAndParaboleOfSize5)
 {
-    FiltreProbe f(CFiltre::Filtre_Moyenne, 5, 0.0f);
-    ASSERT_TRUE(f.IsOK());
-    EXPECT_TRUE(f.separable());
-    EXPECT_EQ(f.nX(), 2);
-    EXPECT_EQ(f.nY(), 2);
-    EXPECT_EQ(half_table(f.Donne_TabFiltreX(), 2), (std::vector<float>{0.2f, 0.2f, 0.2f}));
-    EXPECT_EQ(half_table(f.Donne_TabFiltreY(), 2), (std::vector<float>{0.2f, 0.2f, 0.2f}));
-}
-
-TEST(FiltreCatalogue, RampeOfSize5)
-{
-    FiltreProbe f(CFiltre::Filtre_Rampe, 5, 0.0f);
-    ASSERT_TRUE(f.IsOK());
-    // raw 0, 1, 2; total 2*3 - 0 = 6; multiplied by the single-precision 1/6
-    const float inv = 1.0f / 6.0f;
-    EXPECT_EQ(half_table(f.Donne_TabFiltreX(), 2), (std::vector<float>{0.0f, 1.0f * inv, 2.0f * inv}));
-}
-
-TEST(FiltreCatalogue, ParaboleWeighsOnlyTheOuterTaps)
-{
-    FiltreProbe f(CFiltre::Filtre_Parabole, 5, 0.0f);
-    ASSERT_TRUE(f.IsOK());
-    EXPECT_EQ(half_table(f.Donne_TabFiltreX(), 2), (std::vector<float>{0.0f, 0.0f, 0.5f}));
+    const float sixth = 1.0f / 6.0f; // Rampe: raw 0, 1, 2, total 2*3 - 0 = 6
+    const struct {
+        CFiltre::e_Filtre kind;
+        std::vector<float> table;
+    } cases[] = {
+        {CFiltre::Filtre_Moyenne, {0.2f, 0.2f, 0.2f}},
+        {CFiltre::Filtre_Rampe, {0.0f, 1.0f * sixth, 2.0f * sixth}},
+        {CFiltre::Filtre_Parabole, {0.0f, 0.0f, 0.5f}}, // only the outer taps weigh
+    };
+    for (const auto & c : cases) {
+        FiltreProbe f(c.kind, 5, 0.0f);
+        ASSERT_TRUE(f.IsOK()) << c.kind;
+        EXPECT_TRUE(f.separable());
+        EXPECT_EQ(f.nX(), 2);
+        EXPECT_EQ(f.nY(), 2);
+        EXPECT_EQ(half_table(f.Donne_TabFiltreX(), 2), c.table) << c.kind;
+        EXPECT_EQ(half_table(f.Donne_TabFiltreY(), 2), c.table) << c.kind;
+    }
 }
 
 TEST(FiltreCatalogue, GaussianOfSize3WithParameter1)
