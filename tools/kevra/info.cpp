@@ -93,7 +93,7 @@ int run_info(const InfoOptions & o)
         std::printf("%-12s min %ld, max %ld, mean %s, percentiles", (hist.name + ":").c_str(), s.min, s.max,
                     format_number(s.mean, 2).c_str());
         for (const auto & p : s.percentiles)
-            std::printf(" %d%% %ld", p.first, p.second);
+            std::printf(" %d%%=%ld", p.first, p.second);
         std::printf("\n");
     }
     return 0;

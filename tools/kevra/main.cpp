@@ -32,7 +32,7 @@ int main(int argc, char ** argv)
     } catch (const CLI::CallForVersion & e) {
         return app.exit(e);
     } catch (const CLI::ParseError & e) {
-        std::fprintf(stderr, "kevra: %s\nRun `kevra --help` for usage.\n", e.what());
+        std::fprintf(stderr, "kevra: %s (see --help)\n", e.what());
         return exit_usage;
     }
 

@@ -250,7 +250,7 @@ Command add_process_command(CLI::App & app)
     c->add_option("files", o->files,
                   "IN.bmp OUT.bmp, or with --out-dir: IN.bmp... (each written to DIR under its own name)")
         ->required()
-        ->type_name("FILE...");
+        ->type_name("FILE");
     c->add_option("--out-dir", o->out_dir, "Process every FILE, in parallel, into this directory (created if needed)")
         ->type_name("DIR");
     c->add_option("-j,--jobs", o->jobs, "Files processed at once with --out-dir (default: one per processor core)")

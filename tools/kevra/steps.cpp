@@ -514,7 +514,9 @@ void StepOptions::add_to(CLI::App & command)
         Slot & s = slots_.back();
         const std::string name = std::string("--") + d.name;
         if (d.value_name == nullptr)
-            s.option = command.add_flag(name, s.set, d.help)->group(d.group);
+            s.option = command.add_flag(name, s.set, d.help)
+                           ->group(d.group)
+                           ->multi_option_policy(CLI::MultiOptionPolicy::Throw);
         else
             s.option = command.add_option(name, s.value, d.help)->type_name(d.value_name)->group(d.group);
     }

@@ -1,0 +1,160 @@
+// Running the built `kevra` program from the tests, and the library results
+// its outputs are compared with.
+#ifndef KEVRA_TESTS_TOOLS_CLI_SUPPORT_H
+#define KEVRA_TESTS_TOOLS_CLI_SUPPORT_H
+
+#include "support/kevra_test.h"
+
+#include "kevra/dib.h"
+#include "kevra/sequenceur.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+extern char ** environ;
+
+namespace cli_test {
+
+using kevra_test::read_file;
+using kevra_test::TempDir;
+using Code = kevra::CSequenceur::e_Traitements;
+using Params = kevra::CSequenceur::Params_Struct;
+
+#ifdef KEVRA_CLI_PATH
+inline const char * cli_path()
+{
+    return KEVRA_CLI_PATH;
+}
+#define KEVRA_CLI_REQUIRED()
+#else
+inline const char * cli_path()
+{
+    return "";
+}
+#define KEVRA_CLI_REQUIRED() GTEST_SKIP() << "the kevra program is not built (CLI11 missing)"
+#endif
+
+struct Run {
+    int code = -1;
+    std::string out;
+    std::string err;
+};
+
+// Runs kevra with these arguments in `cwd`, stdout and stderr to files.
+inline Run run_cli(const std::vector<std::string> & args, const TempDir & dir, const std::string & cwd = "")
+{
+    Run r;
+    const std::string out_path = dir.file(".stdout");
+    const std::string err_path = dir.file(".stderr");
+    std::vector<std::string> argv_s = {cli_path()};
+    argv_s.insert(argv_s.end(), args.begin(), args.end());
+    std::vector<char *> argv;
+    for (std::string & a : argv_s)
+        argv.push_back(&a[0]);
+    argv.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (!cwd.empty())
+        posix_spawn_file_actions_addchdir_np(&actions, cwd.c_str());
+    pid_t pid = 0;
+    const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0) {
+        ADD_FAILURE() << "cannot run " << argv[0] << ": " << std::strerror(spawned);
+        return r;
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    const std::vector<uint8_t> o = read_file(out_path);
+    const std::vector<uint8_t> e = read_file(err_path);
+    r.out.assign(o.begin(), o.end());
+    r.err.assign(e.begin(), e.end());
+    std::remove(out_path.c_str());
+    std::remove(err_path.c_str());
+    return r;
+}
+
+inline std::wstring wide(const std::string & s)
+{
+    return std::wstring(s.begin(), s.end());
+}
+
+// Deterministic test pictures (bits 8, 16 or 24), saved with the library.
+inline void write_picture(const std::string & path, int width, int height, int bits, uint32_t seed)
+{
+    kevra::CDib image(width, height, bits);
+    ASSERT_TRUE(image.IsOK());
+    uint32_t s = seed * 2654435761u + 1;
+    unsigned char * p = image.GetBits();
+    for (int y = 0; y < height; ++y) {
+        unsigned char * row = p + static_cast<std::size_t>(image.Pitch()) * y;
+        for (int i = 0; i < image.Pitch(); ++i) {
+            s = s * 1664525u + 1013904223u;
+            const int x = i / std::max(1, bits / 8);
+            // A ramp with noise: smooth enough for the filters to matter.
+            const int ramp = (x * 255 / std::max(1, width - 1) + y * 3) & 0xFF;
+            row[i] = static_cast<unsigned char>(ramp ^ ((s >> 24) & 0x1F));
+        }
+    }
+    image.ReleaseBits();
+    ASSERT_TRUE(image.Save(wide(path).c_str(), 0));
+}
+
+struct LibraryStep {
+    Code code;
+    Params params;
+};
+
+// The bytes the library itself gives: load, optional zone, the steps added in
+// execution order, Filtrer, Save. Empty when the run fails.
+inline std::vector<uint8_t> library_result(const std::string & in, const std::vector<LibraryStep> & steps,
+                                           const kevra::CRect * zone, const TempDir & dir)
+{
+    kevra::CDib image;
+    EXPECT_TRUE(image.Load(wide(in).c_str(), 0));
+    if (zone != nullptr)
+        image.SetZoneTravail(*zone);
+    kevra::CSequenceur sequencer;
+    for (const LibraryStep & s : steps)
+        EXPECT_TRUE(sequencer.AddTraitement(s.code, s.params)) << "step " << s.code;
+    if (!sequencer.Filtrer(&image))
+        return {};
+    const std::string out = dir.file(".library.bmp");
+    EXPECT_TRUE(image.Save(wide(out).c_str(), 0));
+    std::vector<uint8_t> bytes = read_file(out);
+    std::remove(out.c_str());
+    return bytes;
+}
+
+inline bool exists(const std::string & path)
+{
+    return std::filesystem::exists(path);
+}
+
+// Files in a directory, hidden ones included: to catch leftover temporaries.
+inline std::vector<std::string> listing(const std::string & dir)
+{
+    std::vector<std::string> names;
+    for (const auto & e : std::filesystem::directory_iterator(dir))
+        names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+} // namespace cli_test
+
+#endif
