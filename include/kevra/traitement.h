@@ -229,6 +229,9 @@ public:
                             long height, void *bits, CRect &rect);
     bool Donne_Histogrammes(long *const rouge, long *const vert, long *const bleu,
                             CDibRoot *image);
+    // The stretch finds the percentile limits of each byte's 256-level histogram as the grey
+    // classes do, then applies ONE table, from the lowest low limit to the highest high limit,
+    // to all three bytes: the colour balance is kept (a grey pixel stays grey).
     bool EgalisationHistogramme(float min, float max, long width, long height, void *bits,
                                 CRect &rect);
     bool EgalisationHistogramme(float min, float max, CDibRoot *image);
