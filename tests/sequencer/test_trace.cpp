@@ -1,0 +1,198 @@
+// The trace file: the once-per-process decision, the line format, and the
+// exact file of whole runs with a deterministic clock.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <iomanip>
+#include <sstream>
+#include <thread>
+
+#include "kevra/lut.h"
+#include "kevra/sequenceur.h"
+#include "seq_support.h"
+
+using namespace seq_test;
+using kevra::CRect;
+using kevra::CSequenceur;
+
+TEST(SequencerTrace, NoFileAtTheFirstLineMeansNoTraceForTheProcess)
+{
+    TraceFile trace(false);
+    CSequenceur::TraceAppels(L"premier", false, false);
+    kevra_test::write_file(trace.path(), {});
+    CSequenceur::TraceAppels(L"second", false, true);
+    CSequenceur seq;
+    seq.CheckParams(static_cast<CSequenceur::e_Traitements>(3), params());
+    EXPECT_EQ(trace.text(), "");
+}
+
+TEST(SequencerTrace, LinesAreUtf8WithTheErrorPrefix)
+{
+    TraceFile trace;
+    CSequenceur::TraceAppels(L"Zone traitée", false, false);
+    CSequenceur::TraceAppels(L"paramètre invalide", true, true);
+    CSequenceur::TraceAppels(nullptr, true, false);
+    EXPECT_EQ(trace.text(), "Zone trait\xC3\xA9" "e\nERROR : param\xC3\xA8tre invalide\n\n");
+}
+
+TEST(SequencerTrace, TheDecisionIsNotRevisited)
+{
+    TraceFile trace;
+    CSequenceur::TraceAppels(L"un", false, false);
+    std::remove(trace.path().c_str());
+    // Still on: the next line makes the file again.
+    CSequenceur::TraceAppels(L"deux", false, false);
+    EXPECT_EQ(trace.text(), "deux\n");
+}
+
+TEST(SequencerTrace, ConcurrentFirstLinesAreAllWritten)
+{
+    TraceFile trace;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([t] {
+            for (int i = 0; i < 50; ++i)
+                CSequenceur::TraceAppels(t % 2 ? L"pair" : L"impair", false, t >= 2);
+        });
+    for (auto &thread : threads)
+        thread.join();
+    const std::vector<std::string> lines = trace.lines();
+    ASSERT_EQ(lines.size(), 200u);
+    for (const std::string &line : lines)
+        EXPECT_TRUE(line == "pair" || line == "impair" || line == "ERROR : pair"
+                    || line == "ERROR : impair")
+            << line;
+}
+
+// A whole 8-bit run: ordered steps, timed lines for the pixel steps, plain
+// lines for the look-up steps, the final table's timing after the loop.
+TEST(SequencerTrace, ExactFileOfAGreyRun)
+{
+    TraceFile trace;
+    FakeTicks ticks(1000, 5);
+    CSequenceur seq;
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT_LuminositeContrasteGamma, tone(0.5f, 1.0f, 1.0f)));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Negatif, params()));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Filtre, filter(0, 3, 1.0f)));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_QuickRotate, rotate(0)));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT, palette(nullptr, 12)));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT_RougeVertBleu, levels(10, 20, 30)));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_EgalisationHistogramme, stretch(0.1f, 0.9f)));
+
+    kevra::CDibRoot image(kevra::CSize(6, 4), 8);
+    randomise(image, 3);
+    std::vector<uint8_t> out(buffer_size(4, 6, 8));
+    CRect rect(0, 0, 5, 3);
+    ASSERT_TRUE(seq.FiltrerBuffer(6, 4, image.GetBits(), 4, 6, out.data(), rect, 8));
+
+    EXPECT_EQ(trace.text(),
+              "### FiltrerBuffer : 7 traitements demandés sur une image 8 bits de 6 x 4 pixels.\n"
+              "Zone traitée t=0,b=3 - l=0,r=5\n"
+              "Image de sortie de 4 x 6 pixels.\n"
+              "Traitement=e_QuickRotate, angle=0 (voir e_angle)\n"
+              "---------> Execution en 5 ms\n"
+              "Traitement=e_Filtre, filtre=0, taille=3, param=1.000000\n"
+              "---------> Execution en 5 ms\n"
+              "Traitement=e_Negatif\n"
+              "---------> Execution en 5 ms\n"
+              "Traitement=e_LUT, pLUT=0h, Palette=12\n"
+              "Traitement=e_LUT_LuminositeContrasteGamma, luminosite=0.500000, constraste=1.000000, "
+              "gamma=1.000000\n"
+              "Traitement=e_LUT_RougeVertBleu, rouge=10, vert=20, bleu=30\n"
+              "Traitement=e_EgalisationHistogramme, min=0.100000, max=0.900000\n"
+              "---------> Execution en 5 ms\n"
+              "---------> Execution en 5 ms\n"
+              "### Fin de FiltrerBuffer\n"
+              "\n");
+    // Two readings per timed step: four steps and the final table.
+    EXPECT_EQ(ticks.readings(), 10u);
+}
+
+TEST(SequencerTrace, ExactFileOfAColourRun)
+{
+    TraceFile trace;
+    FakeTicks ticks(0xFFFFFFF0u, 9); // the clock wraps during the run: differences stay 9
+    kevra::CLUT_24_Bpp table(kevra::e_Palette21);
+    CSequenceur seq;
+    Params circle = unsharp(1.5f, 0.25f, 0.125f, 2.0f, 3.0f);
+    circle.X = 4;
+    circle.Y = 3;
+    circle.Radius = 2;
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_UnsharpMaskingCircle, circle));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_FiltreMedian, median(0.25, 3)));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Resample, resample(4, 3, 1)));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT, palette(&table, 0)));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_NoirEtBlanc, params()));
+
+    kevra::CDibRoot image(kevra::CSize(8, 6), 24);
+    randomise(image, 4);
+    std::vector<uint8_t> out(buffer_size(4, 3, 24));
+    CRect rect(1, 1, 6, 4);
+    ASSERT_TRUE(seq.FiltrerBuffer(8, 6, image.GetBits(), 4, 3, out.data(), rect, 24));
+
+    std::ostringstream pointer;
+    pointer << std::hex << std::uppercase << reinterpret_cast<uintptr_t>(&table);
+    EXPECT_EQ(trace.text(),
+              "### FiltrerBuffer : 5 traitements demandés sur une image 24 bits de 8 x 6 pixels.\n"
+              "Zone traitée t=1,b=4 - l=1,r=6\n"
+              "Image de sortie de 4 x 3 pixels.\n"
+              "Traitement=e_FiltreMedian, Ecart=0.250000, TailleFiltre=3\n"
+              "---------> Execution en 9 ms\n"
+              "Traitement=e_UnsharpMaskingCircle, rayon=1.500000, gainP=0.250000, gainN=0.125000, "
+              "SeuilP=2.000000, SeuilN=3.000000, X=4, Y=3, Radius = 2\n"
+              "---------> Execution en 9 ms\n"
+              "Traitement=e_Resample, width=4, height=3, facteur=1\n"
+              "---------> Execution en 9 ms\n"
+              "Traitement=e_NoirEtBlanc\n"
+              "---------> Execution en 9 ms\n"
+              "Traitement=e_LUT, pLUT="
+                  + pointer.str()
+                  + "h, Palette=0\n"
+                    "---------> Execution en 9 ms\n"
+                    "### Fin de FiltrerBuffer\n"
+                    "\n");
+    // The zone was scaled with the picture: 1*4/8, 6*4/8, 1*3/6, 4*3/6.
+    EXPECT_EQ(rect, CRect(0, 0, 3, 2));
+}
+
+TEST(SequencerTrace, ExactFileOfARefusedRun)
+{
+    TraceFile trace;
+    CSequenceur seq;
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Negatif, params()));
+    std::vector<uint8_t> in(buffer_size(6, 4, 8), 1), out(in.size(), 0x5A);
+    CRect rect(2, 0, 2, 3); // one pixel wide: refused
+    EXPECT_FALSE(seq.FiltrerBuffer(6, 4, in.data(), 6, 4, out.data(), rect, 8));
+    EXPECT_EQ(out, std::vector<uint8_t>(in.size(), 0x5A));
+    EXPECT_EQ(trace.text(),
+              "### FiltrerBuffer : 1 traitements demandés sur une image 8 bits de 6 x 4 pixels.\n"
+              "Zone traitée t=0,b=3 - l=2,r=2\n"
+              "Image de sortie de 6 x 4 pixels.\n"
+              "ERROR : FiltrerBuffer : Les parametres dimensionnels sont invalides!\n"
+              "### Fin de FiltrerBuffer\n"
+              "\n");
+}
+
+TEST(SequencerTrace, FailedStepEndsTheRunAndTheTableIsNotApplied)
+{
+    TraceFile trace;
+    FakeTicks ticks(0, 1);
+    CSequenceur seq;
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Saturation, percent(10)));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Negatif, params()));
+    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT_LuminositeContrasteGamma, tone(0, 2, 1)));
+    std::vector<uint8_t> in(buffer_size(5, 5, 8), 1), out(in.size(), 0x5A);
+    CRect rect(0, 0, 4, 4);
+    EXPECT_FALSE(seq.FiltrerBuffer(5, 5, in.data(), 5, 5, out.data(), rect, 8));
+    EXPECT_EQ(out, std::vector<uint8_t>(in.size(), 0x5A));
+    EXPECT_EQ(trace.text(),
+              "### FiltrerBuffer : 3 traitements demandés sur une image 8 bits de 5 x 5 pixels.\n"
+              "Zone traitée t=0,b=4 - l=0,r=4\n"
+              "Image de sortie de 5 x 5 pixels.\n"
+              "Traitement=e_Negatif\n"
+              "---------> Execution en 1 ms\n"
+              "Traitement=e_Saturation\n"
+              "---------> Execution en 1 ms\n"
+              "### Fin de FiltrerBuffer\n"
+              "\n");
+}
