@@ -106,6 +106,7 @@ TEST(SequencerTrace, ExactFileOfAGreyRun)
               "\n");
     // Two readings per timed step: four steps and the final table.
     EXPECT_EQ(ticks.readings(), 10u);
+    EXPECT_EQ(seq.GetBpp(), 8) << "a run sets the sequencer's depth";
 }
 
 TEST(SequencerTrace, ExactFileOfAColourRun)
