@@ -44,16 +44,16 @@ inline const char * cli_path()
 #define KEVRA_CLI_REQUIRED() GTEST_SKIP() << "the kevra program is not built (CLI11 missing)"
 #endif
 
-struct Run {
+struct CliRun {
     int code = -1;
     std::string out;
     std::string err;
 };
 
 // Runs kevra with these arguments in `cwd`, stdout and stderr to files.
-inline Run run_cli(const std::vector<std::string> & args, const TempDir & dir, const std::string & cwd = "")
+inline CliRun run_cli(const std::vector<std::string> & args, const TempDir & dir, const std::string & cwd = "")
 {
-    Run r;
+    CliRun r;
     const std::string out_path = dir.file(".stdout");
     const std::string err_path = dir.file(".stderr");
     std::vector<std::string> argv_s = {cli_path()};

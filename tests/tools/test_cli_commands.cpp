@@ -45,7 +45,7 @@ TEST_F(CliCommands, InfoGivesSizeDepthPaletteResolutionZoneAndStatistics)
 {
     const std::string in = dir.file("levels.bmp");
     write_levels(in, 4, 2, 8, {0, 10, 10, 20, 30, 40, 250, 255});
-    Run r = run_cli({"info", in}, dir);
+    CliRun r = run_cli({"info", in}, dir);
     ASSERT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.out, "file:        " + in + "\n"
                      "size:        4 x 2 pixels\n"
@@ -81,7 +81,7 @@ TEST_F(CliCommands, ConvertMatchesTheLibraryAndKeepsTheResolution)
 {
     const std::string in = dir.file("in8.bmp");
     write_levels(in, 5, 3, 8, {0, 1, 2, 3, 4, 100, 101, 102, 103, 104, 250, 251, 252, 254, 255});
-    Run r = run_cli({"convert", in, dir.file("out16.bmp"), "--bits", "16"}, dir);
+    CliRun r = run_cli({"convert", in, dir.file("out16.bmp"), "--bits", "16"}, dir);
     ASSERT_EQ(r.code, 0) << r.err;
 
     kevra::CDib source;
@@ -112,7 +112,7 @@ TEST_F(CliCommands, PaletteMatchesTheLibrary)
 {
     const std::string in = dir.file("in16.bmp");
     write_picture(in, 7, 6, 16, 3);
-    const Run r = run_cli({"palette", in, dir.file("out.bmp"), "--palette", "21"}, dir);
+    const CliRun r = run_cli({"palette", in, dir.file("out.bmp"), "--palette", "21"}, dir);
     ASSERT_EQ(r.code, 0) << r.err;
     kevra::CDib image;
     ASSERT_TRUE(image.Load(wide(in).c_str(), 0));
@@ -120,7 +120,7 @@ TEST_F(CliCommands, PaletteMatchesTheLibrary)
     ASSERT_TRUE(image.Save(wide(dir.file("expected.bmp")).c_str(), 0));
     EXPECT_EQ(read_file(dir.file("out.bmp")), read_file(dir.file("expected.bmp")));
 
-    const Run bad = run_cli({"palette", in, dir.file("bad.bmp"), "--palette", "13"}, dir);
+    const CliRun bad = run_cli({"palette", in, dir.file("bad.bmp"), "--palette", "13"}, dir);
     EXPECT_EQ(bad.code, 2);
     EXPECT_EQ(bad.err, "kevra: --palette: '13' is not a predefined palette (11, 12, 21, 22, 23, or grey, inverted, "
                        "false-colour-1, false-colour-2, blue)\n");
@@ -130,7 +130,7 @@ TEST_F(CliCommands, HistogramBarsStandWhereTheLevelsAre)
 {
     const std::string in = dir.file("flat.bmp");
     write_levels(in, 10, 10, 8, std::vector<int>(100, 100));
-    const Run r = run_cli({"histogram", in, dir.file("h.bmp")}, dir);
+    const CliRun r = run_cli({"histogram", in, dir.file("h.bmp")}, dir);
     ASSERT_EQ(r.code, 0) << r.err;
     const std::vector<uint8_t> h = read_file(dir.file("h.bmp"));
     ASSERT_GT(h.size(), 54u);
@@ -148,14 +148,14 @@ TEST_F(CliCommands, HistogramBarsStandWhereTheLevelsAre)
 
 TEST_F(CliCommands, LutCurvesAreDrawnByTheTables)
 {
-    Run r = run_cli({"lut", dir.file("grey.bmp"), "--bits", "8", "--size", "100x80"}, dir);
+    CliRun r = run_cli({"lut", dir.file("grey.bmp"), "--bits", "8", "--size", "100x80"}, dir);
     ASSERT_EQ(r.code, 0) << r.err;
     const std::vector<uint8_t> g = read_file(dir.file("grey.bmp"));
     // Inside the frame (7, 7)-(93, 73): entry 128 of the identity table at
     // x = 128 * 86 / 256 + 7 = 50, y = 73 - 128 * 66 / 256 = 40.
     EXPECT_EQ(pixel(g, 50, 40), 0xE0E0E0u);
 
-    r = run_cli({"lut", dir.file("colour.bmp"), "--negative", "--red", "20"}, dir);
+    r = run_cli({"lut", dir.file("colour.bmp"), "--negative", "--red", "20", "--blue=-30"}, dir);
     ASSERT_EQ(r.code, 0) << r.err;
     const std::vector<uint8_t> c = read_file(dir.file("colour.bmp"));
     int red = 0, green = 0, blue = 0;
@@ -178,7 +178,7 @@ TEST_F(CliCommands, LutCurvesAreDrawnByTheTables)
 TEST_F(CliCommands, DemoWritesItsPicturesAndPageTheSameEveryTime)
 {
     const std::string out = dir.file("demo");
-    const Run r = run_cli({"demo", out}, dir);
+    const CliRun r = run_cli({"demo", out}, dir);
     ASSERT_EQ(r.code, 0) << r.err;
     const std::vector<uint8_t> page_bytes = read_file(out + "/index.html");
     const std::string page(page_bytes.begin(), page_bytes.end());
@@ -220,7 +220,7 @@ TEST_F(CliCommands, DemoWritesItsPicturesAndPageTheSameEveryTime)
         const std::string shown = args[1];
         args[1] = "again.bmp";
         args.insert(args.begin(), "process");
-        const Run again = run_cli(args, dir, out);
+        const CliRun again = run_cli(args, dir, out);
         ASSERT_EQ(again.code, 0) << again.err;
         EXPECT_EQ(read_file(out + "/again.bmp"), read_file(out + "/" + shown)) << shown;
         ++commands;
@@ -236,7 +236,7 @@ TEST_F(CliCommands, DemoWritesItsPicturesAndPageTheSameEveryTime)
 
 TEST_F(CliCommands, HelpDocumentsEveryStep)
 {
-    const Run r = run_cli({"process", "--help"}, dir);
+    const CliRun r = run_cli({"process", "--help"}, dir);
     EXPECT_EQ(r.code, 0);
     for (const char * step : {"--mirror-vertical", "--mirror-horizontal", "--rotate", "--median", "--filter",
                               "--unsharp ", "--unsharp-disc", "--resample", "--black-white", "--negative",
@@ -244,11 +244,11 @@ TEST_F(CliCommands, HelpDocumentsEveryStep)
                               "--gamma", "--red", "--green", "--blue", "--stretch", "--pseudo3d", "--zone",
                               "--verbose", "--trace", "--out-dir", "--jobs"})
         EXPECT_NE(r.out.find(step), std::string::npos) << step;
-    const Run top = run_cli({"--help"}, dir);
+    const CliRun top = run_cli({"--help"}, dir);
     EXPECT_EQ(top.code, 0);
     for (const char * command : {"process", "info", "histogram", "lut", "convert", "palette", "demo"})
         EXPECT_NE(top.out.find(command), std::string::npos) << command;
-    const Run none = run_cli({}, dir);
+    const CliRun none = run_cli({}, dir);
     EXPECT_EQ(none.code, 2);
 }
 

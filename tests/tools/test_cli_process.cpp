@@ -22,7 +22,7 @@ TEST_F(CliProcess, GreyGeometryAndNeighbourhoodChainMatchesTheLibrary)
 {
     const std::string in = dir.file("in.bmp");
     write_picture(in, 40, 33, 8, 1);
-    const Run r = run_cli({"process", in, dir.file("out.bmp"), "--zone", "2,3,30,25", "--rotate", "90",
+    const CliRun r = run_cli({"process", in, dir.file("out.bmp"), "--zone", "2,3,30,25", "--rotate", "90",
                            "--mirror-vertical", "--mirror-horizontal", "--median", "0.2,3", "--filter",
                            "gaussian,5,1.2", "--unsharp-disc", "10,12,8,2,1.5,1,4,4", "--resample", "30x20,2",
                            "--negative", "--brightness", "0.05", "--contrast", "1.2", "--gamma", "0.9",
@@ -81,7 +81,7 @@ TEST_F(CliProcess, SixteenBitChainMatchesTheLibrary)
 {
     const std::string in = dir.file("in16.bmp");
     write_picture(in, 37, 29, 16, 2);
-    const Run r = run_cli({"process", in, dir.file("out16.bmp"), "--median", "0.25,3", "--filter",
+    const CliRun r = run_cli({"process", in, dir.file("out16.bmp"), "--median", "0.25,3", "--filter",
                            "gradient-diagonal", "--unsharp", "2,1.5,1,10,20", "--gamma", "0.8", "--stretch",
                            "0.005,0.995"},
                           dir);
@@ -122,7 +122,7 @@ TEST_F(CliProcess, ColourChainsMatchTheLibrary)
 {
     const std::string in = dir.file("colour.bmp");
     write_picture(in, 31, 22, 24, 3);
-    Run r = run_cli({"process", in, dir.file("a.bmp"), "--saturation", "80", "--hue", "90", "--whiten", "110",
+    CliRun r = run_cli({"process", in, dir.file("a.bmp"), "--saturation", "80", "--hue", "90", "--whiten", "110",
                      "--red=-5", "--green", "3", "--blue", "7", "--brightness", "0.02", "--contrast", "1.1",
                      "--gamma", "0.9", "--lut-palette", "22", "--stretch", "0.02,0.98"},
                     dir);
@@ -203,7 +203,7 @@ TEST_F(CliProcess, StepsRefusedByTheSequencerGiveItsReason)
 {
     const std::string in = dir.file("in.bmp");
     write_picture(in, 16, 16, 8, 5);
-    Run r = run_cli({"process", in, dir.file("out.bmp"), "--median", "0.001,3"}, dir);
+    CliRun r = run_cli({"process", in, dir.file("out.bmp"), "--median", "0.001,3"}, dir);
     EXPECT_EQ(r.code, 2);
     EXPECT_EQ(r.err, "kevra: --median 0.001,3: refused by the sequencer: Traitement e_FiltreMedian, les parametres "
                      "Ecart (0.001000), TailleFiltre (3) sont invalides!\n");
@@ -229,7 +229,7 @@ TEST_F(CliProcess, StepsRefusedByTheSequencerGiveItsReason)
 TEST_F(CliProcess, BadInputsAreOneLineMessagesNamingTheFile)
 {
     const std::string missing = dir.file("missing.bmp");
-    Run r = run_cli({"process", missing, dir.file("out.bmp"), "--negative"}, dir);
+    CliRun r = run_cli({"process", missing, dir.file("out.bmp"), "--negative"}, dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err, "kevra: " + missing + ": No such file or directory\n");
 
@@ -271,7 +271,7 @@ TEST_F(CliProcess, FailuresLeaveNoPartialOutputAndTheInputUntouched)
     const std::vector<uint8_t> before = read_file(in);
 
     const std::string nowhere = dir.file("no-such-dir/out.bmp");
-    Run r = run_cli({"process", in, nowhere, "--negative"}, dir);
+    CliRun r = run_cli({"process", in, nowhere, "--negative"}, dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err, "kevra: " + nowhere + ": cannot write: No such file or directory\n");
 
@@ -305,7 +305,7 @@ TEST_F(CliProcess, VerboseAndTrace)
     write_picture(in, 30, 20, 8, 8);
     const std::string out = dir.file("out.bmp");
     const std::string trace = dir.file("trace.txt");
-    const Run r = run_cli({"process", in, out, "-v", "--trace", trace, "--rotate", "90", "--median", "0.2,3",
+    const CliRun r = run_cli({"process", in, out, "-v", "--trace", trace, "--rotate", "90", "--median", "0.2,3",
                            "--gamma", "0.9"},
                           dir);
     ASSERT_EQ(r.code, 0) << r.err;
@@ -335,7 +335,7 @@ TEST_F(CliProcess, SeveralFilesInParallelCarryOnAfterAFailure)
     args.insert(args.end(), inputs.begin(), inputs.end());
     args.push_back(bad);
     args.insert(args.end(), {"--median", "0.2,3", "--negative"});
-    const Run r = run_cli(args, dir);
+    const CliRun r = run_cli(args, dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err, "kevra: " + bad + ": not a BMP file (header cut short)\nkevra: 1 of 6 files failed\n");
 
@@ -355,7 +355,7 @@ TEST_F(CliProcess, SeveralFilesNeverReplaceAnInput)
     const std::string in = dir.file("in.bmp");
     write_picture(in, 12, 12, 8, 20);
     const std::vector<uint8_t> before = read_file(in);
-    const Run r = run_cli({"process", "--out-dir", dir.path().string(), in, "--negative"}, dir);
+    const CliRun r = run_cli({"process", "--out-dir", dir.path().string(), in, "--negative"}, dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err, "kevra: " + in + ": its output " + dir.path().string() + "/in.bmp would replace an input "
                      "(choose another --out-dir)\nkevra: 1 of 1 files failed\n");

@@ -218,14 +218,6 @@ void save_bmp(kevra::CDib & image, const std::string & path)
     }
 }
 
-bool same_file(const std::string & a, const std::string & b)
-{
-    struct stat sa {}, sb {};
-    if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0)
-        return false;
-    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
-}
-
 namespace {
 thread_local std::string notices;
 

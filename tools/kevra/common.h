@@ -47,9 +47,6 @@ void load_bmp(const std::string & path, kevra::CDib & image, const std::vector<i
 // truncated file under the destination's name. Throws Failure("<path>: <reason>").
 void save_bmp(kevra::CDib & image, const std::string & path);
 
-// Whether two names refer to the same existing file.
-bool same_file(const std::string & a, const std::string & b);
-
 // The library shows some refusals in a message box and writes some notes to
 // a debug output. The command line collects them per thread instead, so that
 // they can end up in the one-line message of the file concerned.

@@ -121,11 +121,12 @@ Section xray_section(Demo & demo)
     s.title = "Intraoral X-ray, 16-bit grey";
     s.description = "Made-up sensor picture: teeth with enamel, dentin, pulp and roots in textured bone, a metal "
                     "filling, an exposure gradient, noise, and dead and hot pixels. The chain removes the "
-                    "outlier pixels (selective median), sharpens (unsharp masking), lifts the mid-tones "
-                    "(gamma) and stretches the histogram. The page shows the 8-bit views the library displays "
+                    "outlier pixels (selective median), sharpens (unsharp masking), stretches the "
+                    "histogram (levels below 8 % of full scale to black, above 60 % to white: the raw "
+                    "picture is underexposed) and lifts the mid-tones (gamma). The page shows the 8-bit views the library displays "
                     "(high byte of each sample); the 16-bit files are beside them.";
     const OptionList chain = {{"median", "0.25,3"}, {"unsharp", "3,1.2,0.8,300,300"}, {"gamma", "0.8"},
-                              {"stretch", "0.005,0.995"}};
+                              {"stretch", "0.08,0.6"}};
     s.command = command_line("xray.bmp", "xray-result.bmp", chain);
 
     kevra::CDib input;
@@ -161,8 +162,8 @@ Section photo_section(Demo & demo)
     s.description = "Made-up camera picture: lips, gums and two rows of slightly yellow teeth. The chain "
                     "lowers the saturation, whitens (lightness gain), corrects the colour levels, adds a "
                     "little contrast and stretches the histogram.";
-    const OptionList chain = {{"saturation", "85"}, {"whiten", "108"}, {"red", "-6"}, {"blue", "8"},
-                              {"contrast", "1.08"}, {"brightness", "-0.03"}, {"stretch", "0.005,0.995"}};
+    const OptionList chain = {{"saturation", "92"}, {"whiten", "106"}, {"red", "-3"}, {"blue", "5"},
+                              {"contrast", "1.05"}, {"stretch", "0.04,0.96"}};
     s.command = command_line("photo.bmp", "photo-result.bmp", chain);
 
     kevra::CDib input;
@@ -190,7 +191,7 @@ Section photo_section(Demo & demo)
     s.input_histogram = "photo-histogram.bmp";
     s.result_histogram = "photo-result-histogram.bmp";
     s.curves = "photo-curves.bmp";
-    s.curves_caption = "Look-up curves of --red -6 --blue 8 --contrast 1.08 --brightness -0.03 (red, green, blue)";
+    s.curves_caption = "Look-up curves of --red -3 --blue 5 --contrast 1.05 (red, green, blue)";
     return s;
 }
 

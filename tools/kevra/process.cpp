@@ -19,6 +19,7 @@
 #include <mutex>
 #include <thread>
 #include <map>
+#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -144,11 +145,17 @@ int run_batch(ProcessOptions & o, const std::vector<Step> & steps, const kevra::
     std::vector<std::string> outputs(inputs.size());
     std::vector<std::string> refused(inputs.size());
     std::map<std::string, std::string> owner;
+    std::set<std::pair<dev_t, ino_t>> input_files;
+    for (const std::string & in : inputs) {
+        struct stat s {};
+        if (::stat(in.c_str(), &s) == 0)
+            input_files.insert({s.st_dev, s.st_ino});
+    }
     for (std::size_t i = 0; i < inputs.size(); ++i) {
         outputs[i] = dir + base_name(inputs[i]);
-        for (const std::string & other : inputs)
-            if (same_file(outputs[i], other))
-                refused[i] = inputs[i] + ": its output " + outputs[i] + " would replace an input (choose another --out-dir)";
+        struct stat s {};
+        if (::stat(outputs[i].c_str(), &s) == 0 && input_files.count({s.st_dev, s.st_ino}) != 0)
+            refused[i] = inputs[i] + ": its output " + outputs[i] + " would replace an input (choose another --out-dir)";
         if (refused[i].empty()) {
             const auto found = owner.find(outputs[i]);
             if (found != owner.end())

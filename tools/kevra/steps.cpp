@@ -126,8 +126,10 @@ const std::vector<OptionDef> & option_defs()
         {"blue", CSequenceur::e_LUT_RougeVertBleu, tone, "PERCENT", "Blue level (default 0)",
          {{"value", "bleu", Kind::Int, nullptr}}},
         {"stretch", CSequenceur::e_EgalisationHistogramme, tone, "LOW,HIGH",
-         "Histogram stretch: cut the share LOW of the pixels at the dark end and 1 - HIGH at the "
-         "bright end, spread the rest over the full range (0 <= LOW < HIGH <= 1, e.g. 0.01,0.99)",
+         "Histogram stretch: the darkest pixels, up to the share LOW of them but only among the levels "
+         "below LOW x full scale, go to black; the brightest, up to the share 1 - HIGH but only above "
+         "HIGH x full scale, go to white; the levels between are spread over the full range "
+         "(0 <= LOW < HIGH <= 1; e.g. 0.01,0.99 trims thin tails, 0.08,0.6 brightens an underexposed image)",
          {{"low", "min", Kind::Float, nullptr}, {"high", "max", Kind::Float, nullptr}}},
         {"pseudo3d", CSequenceur::e_Pseudo3D, tone, nullptr,
          "Pseudo-relief (not available in this version of the library: the run fails)", {}},

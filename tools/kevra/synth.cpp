@@ -226,8 +226,9 @@ bool make_xray(kevra::CDib & image, int width, int height, uint64_t seed)
             if (e < 1.0)
                 v += (61000.0 - v) * coverage((1.0 - e) * std::min(fill_rx, fill_ry) * 0.5);
 
-            // Exposure falls off across the sensor.
-            v *= 0.9 + 0.16 * (x / W) - 0.07 * (y / H);
+            // A short exposure: the raw picture is dark and flat, as sensors
+            // give it, and falls off across the sensor.
+            v *= 0.6 * (0.9 + 0.16 * (x / W) - 0.07 * (y / H));
             v += noise.normal() * 2.8 * std::sqrt(std::max(v, 0.0));
             plane[static_cast<std::size_t>(py) * width + px] = v;
         }

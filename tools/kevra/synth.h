@@ -30,7 +30,8 @@ private:
 
 // Teeth with enamel, dentin, pulp and roots over a textured bone, one
 // metal filling, an exposure gradient, signal-dependent noise and a few dead
-// and hot pixels. Samples span about 5000..62000. False when the image
+// and hot pixels. Samples span about 3000..40000 (a short exposure),
+// outliers aside. False when the image
 // cannot be created.
 bool make_xray(kevra::CDib & image, int width, int height, uint64_t seed);
 
