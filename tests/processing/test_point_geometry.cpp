@@ -431,7 +431,7 @@ TEST(QuickRotate, ImageFormSwapsInTheTurnedPicture)
             EXPECT_EQ(*image.GetPixelPtr(49 - y, 99 - x), *copy.GetPixelPtr(x, 49 - y)) << x << "," << y;
     EXPECT_EQ(image.BoundingRectangle(), CRect(0, 0, 49, 99));
 
-    EXPECT_FALSE(p.QuickRotate(static_cast<CTraitementImgBase::e_angle>(7), &image));
+    EXPECT_FALSE(p.QuickRotate(static_cast<CTraitementImgBase::e_angle>(3), &image));
     EXPECT_EQ(image.Width(), 50);
     EXPECT_FALSE(p.QuickRotate(CTraitementImgBase::e_Angle90, nullptr));
     CDibRoot empty;
