@@ -284,28 +284,6 @@ TEST(SequencerChains, LookUpStepsThatDoNotFitTheDepthAreIgnored)
     }
 }
 
-TEST(SequencerChains, TablesOfTheRunDepthAreCopiedAndComposed)
-{
-    TraceFile trace;
-    GreyImage grey(12, 5, 8, 51);
-    kevra::CLUT_8_Bpp first;
-    first.SetLuminositeConstrateGamma(0.2f, 1.0f, 1.0f);
-    CSequenceur seq;
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT_LuminositeContrasteGamma, tone(0.0f, 2.0f, 1.0f)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT, palette(&first, 0)));
-    CRect rect(2, 1, 9, 3);
-    const std::vector<uint8_t> out = run(seq, grey.image, 12, 5, rect);
-
-    // e_LUT comes first in the order: its table, then the contrast on its result.
-    CDibRoot expected(&grey.image, true, true, true);
-    expected.SetZoneTravail(rect);
-    kevra::CLUT_8_Bpp contrast;
-    contrast.SetLuminositeConstrateGamma(0.0f, 2.0f, 1.0f);
-    ASSERT_TRUE(first.Filtre(&expected));
-    ASSERT_TRUE(contrast.Filtre(&expected));
-    expect_same_pixels(out, expected);
-}
-
 // The diagonal gradient is lifted by (N + 1) / 2: a flat zone becomes 128 or
 // 32768 (128.5 and 32768.5 truncated).
 TEST(SequencerChains, DiagonalGradientIsCentredOnMidGrey)
@@ -361,19 +339,6 @@ TEST(SequencerChains, TurnsMapTheZone)
         ASSERT_TRUE(op.QuickRotate(static_cast<kevra::CTraitementImgBase::e_angle>(c.angle), &expected));
         expect_same_pixels(out, expected);
     }
-}
-
-// The zone's edges scale as edge * new / old in single precision, truncated.
-TEST(SequencerChains, ResamplingScalesTheZone)
-{
-    TraceFile trace;
-    GreyImage image(7, 9, 16, 71);
-    CSequenceur seq;
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Resample, resample(10, 4, 0)));
-    CRect rect(1, 2, 6, 8);
-    run(seq, image.image, 10, 4, rect);
-    // 1*10/7 = 1.43, 6*10/7 = 8.57, 2*4/9 = 0.89, 8*4/9 = 3.56
-    EXPECT_EQ(rect, CRect(1, 0, 8, 3));
 }
 
 TEST(SequencerChains, WrongOutputSizeFailsAfterAllStepsRan)
@@ -440,15 +405,6 @@ TEST(SequencerChains, PseudoReliefFailsTheRun)
         const std::vector<uint8_t> out = run(seq, image.image, 5, 4, rect, false);
         EXPECT_EQ(out, std::vector<uint8_t>(out.size(), 0xA5));
     }
-}
-
-TEST(SequencerChains, EmptyListFails)
-{
-    TraceFile trace;
-    GreyImage image(5, 4, 8, 111);
-    CSequenceur seq;
-    CRect rect(0, 0, 4, 3);
-    run(seq, image.image, 5, 4, rect, false);
 }
 
 TEST(SequencerChains, FiltrerSwapsTheResultIntoTheImage)
