@@ -1,15 +1,19 @@
 // Look-up tables and the point, geometric and histogram operations of the per-depth classes,
-// on a 2048 x 2048 picture of each depth. The operations are integer and table-driven, with a
-// single (plain) path each, so there is nothing to compare before timing; in-place operations
-// run repeatedly on the same buffer, whose content does not change their cost.
+// on a 2048 x 2048 picture of each depth. In-place operations run repeatedly on the same buffer,
+// whose content does not change their cost. The quarter turn runs with its tiled walk and with
+// the plain walk; before any timing the program checks that both give the same bytes and stops
+// if they do not.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <random>
 #include <vector>
 
 #include "kevra/lut.h"
 #include "kevra/traitement.h"
+#include "processing/detail/point_geometry.h"
 
 using namespace kevra;
 
@@ -117,9 +121,11 @@ void BM_QuarterTurn(benchmark::State &state)
     std::vector<uint8_t> out(bits.size());
     Proc p;
     CRect rc = whole();
+    kevra::detail::set_rotate_fast_enabled(state.range(0) != 0);
     for (auto _ : state)
         benchmark::DoNotOptimize(p.QuickRotate(CTraitementImgBase::e_Angle90, kSize, kSize, bits.data(), rc,
                                                kSize, kSize, out.data()));
+    kevra::detail::set_rotate_fast_enabled(true);
     set_bytes(state, Bpp);
 }
 
@@ -178,7 +184,41 @@ void BM_HistogramLuminance24(benchmark::State &state)
     set_bytes(state, 24);
 }
 
+// Tiled and plain quarter turns must agree before anything is timed.
+template <class Proc, int Bpp>
+bool turns_agree()
+{
+    auto bits = picture(Bpp);
+    std::vector<uint8_t> tiled(bits.size()), plain(bits.size());
+    Proc p;
+    CRect rc = whole();
+    for (int angle = 0; angle < 3; ++angle) {
+        const auto a = static_cast<CTraitementImgBase::e_angle>(angle);
+        kevra::detail::set_rotate_fast_enabled(true);
+        p.QuickRotate(a, kSize, kSize, bits.data(), rc, kSize, kSize, tiled.data());
+        kevra::detail::set_rotate_fast_enabled(false);
+        p.QuickRotate(a, kSize, kSize, bits.data(), rc, kSize, kSize, plain.data());
+        kevra::detail::set_rotate_fast_enabled(true);
+        if (tiled != plain) {
+            std::fprintf(stderr, "quarter turn %d at %d bits: tiled and plain walks differ\n", angle, Bpp);
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
+
+int main(int argc, char **argv)
+{
+    if (!turns_agree<CTraitementImg_8_Bpp, 8>() || !turns_agree<CTraitementImg_16_Bpp, 16>() ||
+        !turns_agree<CTraitementImg_24_Bpp, 24>())
+        return EXIT_FAILURE;
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return EXIT_SUCCESS;
+}
 
 BENCHMARK(BM_TableApply8)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_TableApply16)->Unit(benchmark::kMillisecond);
@@ -193,9 +233,9 @@ BENCHMARK_TEMPLATE(BM_MirroirHorizontal, CTraitementImg_24_Bpp, 24)->Unit(benchm
 BENCHMARK_TEMPLATE(BM_MirroirVertical, CTraitementImg_8_Bpp, 8)->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(BM_MirroirVertical, CTraitementImg_16_Bpp, 16)->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(BM_MirroirVertical, CTraitementImg_24_Bpp, 24)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_QuarterTurn, CTraitementImg_8_Bpp, 8)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_QuarterTurn, CTraitementImg_16_Bpp, 16)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_QuarterTurn, CTraitementImg_24_Bpp, 24)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_QuarterTurn, CTraitementImg_8_Bpp, 8)->ArgName("tiled")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_QuarterTurn, CTraitementImg_16_Bpp, 16)->ArgName("tiled")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_QuarterTurn, CTraitementImg_24_Bpp, 24)->ArgName("tiled")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Histogram8)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Histogram16)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Histograms24)->Unit(benchmark::kMillisecond);
@@ -204,4 +244,3 @@ BENCHMARK_TEMPLATE(BM_Stretch, CTraitementImg_8_Bpp, 8)->Unit(benchmark::kMillis
 BENCHMARK_TEMPLATE(BM_Stretch, CTraitementImg_16_Bpp, 16)->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(BM_Stretch, CTraitementImg_24_Bpp, 24)->Unit(benchmark::kMillisecond);
 
-BENCHMARK_MAIN();

@@ -2,6 +2,7 @@
 // depths side by side. Kernels: processing/detail/point_geometry.h.
 #include "kevra/traitement.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <type_traits>
@@ -18,6 +19,13 @@
 namespace kevra {
 
 namespace detail {
+
+namespace {
+std::atomic<bool> g_rotate_fast{true};
+} // namespace
+
+bool rotate_fast_enabled() { return g_rotate_fast.load(std::memory_order_relaxed); }
+void set_rotate_fast_enabled(bool enabled) { g_rotate_fast.store(enabled, std::memory_order_relaxed); }
 
 template void fill_rows<Grey8>(const View<Grey8> &, const Span &, const PixelValue<Grey8> &);
 template void fill_rows<Grey16>(const View<Grey16> &, const Span &, const PixelValue<Grey16> &);

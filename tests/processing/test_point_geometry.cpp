@@ -9,6 +9,7 @@
 #include "kevra/platform.h"
 #include "kevra/traitement.h"
 #include "lut/buffer_fixture.h"
+#include "processing/detail/point_geometry.h"
 
 using namespace kevra;
 using lut_test::GuardedBuffer;
@@ -509,4 +510,45 @@ TEST(ImageForms, RefuseNullWrongDepthAndInvalidImages)
         const bool centre = i == 8 + 2 || i == 8 + 3; // memory row 1, pixel 1
         EXPECT_EQ(after[i], centre ? (i == 10 ? 0x34 : 0x12) : before[i]) << i;
     }
+}
+
+// The tiled quarter turn against the plain walk: random pictures, odd widths, single pixels,
+// single rows and columns, sizes around the tile; whole destination buffers compared, padding
+// and guards included.
+TEST(QuickRotate, TiledWalkGivesThePlainBytes)
+{
+    const long sizes[][2] = {{1, 1}, {1, 7}, {9, 1}, {31, 33}, {32, 32}, {33, 65}, {70, 3}, {101, 47}};
+    CTraitementImg_8_Bpp p8;
+    CTraitementImg_16_Bpp p16;
+    CTraitementImg_24_Bpp p24;
+    uint32_t seed = 100;
+    for (const auto &sz : sizes)
+        for (int bpp : {8, 16, 24})
+            for (int angle = 0; angle < 3; ++angle) {
+                const long w = sz[0], h = sz[1];
+                const long wo = angle == 1 ? w : h, ho = angle == 1 ? h : w;
+                GuardedBuffer src(w, h, bpp, ++seed);
+                GuardedBuffer fast(wo, ho, bpp, 1), plain(wo, ho, bpp, 1);
+                CRect rc;
+                auto turn = [&](GuardedBuffer &dst) {
+                    const auto a = static_cast<CTraitementImgBase::e_angle>(angle);
+                    if (bpp == 8)
+                        return p8.QuickRotate(a, w, h, src.bits(), rc, wo, ho, dst.bits());
+                    if (bpp == 16)
+                        return p16.QuickRotate(a, w, h, src.bits(), rc, wo, ho, dst.bits());
+                    return p24.QuickRotate(a, w, h, src.bits(), rc, wo, ho, dst.bits());
+                };
+                detail::set_rotate_fast_enabled(true);
+                ASSERT_TRUE(turn(fast));
+                detail::set_rotate_fast_enabled(false);
+                ASSERT_TRUE(turn(plain));
+                detail::set_rotate_fast_enabled(true);
+                const auto a = fast.rows(), b = plain.rows();
+                std::size_t first = 0;
+                while (first < a.size() && a[first] == b[first])
+                    ++first;
+                EXPECT_EQ(first, a.size()) << w << "x" << h << " bpp " << bpp << " angle " << angle
+                                           << ": first differing byte " << first;
+                EXPECT_TRUE(fast.guards_intact() && fast.padding_intact());
+            }
 }
