@@ -2,8 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
+
+#include <unistd.h>
 
 #include "kevra/dib.h"
 #include "kevra/drawing.h"
@@ -206,4 +209,24 @@ TEST(LutDisplay, RasterSurfaceRefusesOtherDepthsAndClipsToTheImage)
     EXPECT_EQ(rdc.GetSysColor(CDC::e_Color3DHighlight), 0xFFFFFFul);
     rdc.SetSysColor(CDC::e_Color3DDkShadow, 0x010203);
     EXPECT_EQ(rdc.GetSysColor(CDC::e_Color3DDkShadow), 0x010203ul);
+}
+
+TEST(LutDisplay, CurvePictureSavesAsBmp)
+{
+    CDib image = black_image(64, 48);
+    CRasterDC dc(image);
+    CLUT_24_Bpp lut(e_Palette21);
+    lut.Display(&dc, CRect(0, 0, 64, 48));
+    const std::filesystem::path path =
+        std::filesystem::temp_directory_path() / ("kevra_lut_curve_" + std::to_string(::getpid()) + ".bmp");
+    ASSERT_TRUE(image.Save(path.wstring().c_str(), 0));
+    CDibRoot back(path.wstring().c_str(), 0);
+    std::filesystem::remove(path);
+    ASSERT_TRUE(back.IsOK());
+    ASSERT_EQ(back.BitCount(), 24);
+    ASSERT_EQ(back.Width(), 64);
+    ASSERT_EQ(std::memcmp(back.GetBits(), image.GetBits(), static_cast<size_t>(image.Pitch()) * 48), 0);
+    CRasterDC reader(back);
+    EXPECT_EQ(reader.GetPixel(0, 0), 0xFFFFFFul); // frame highlight survives the file
+    EXPECT_EQ(reader.GetPixel(63, 47), 0x404040ul);
 }

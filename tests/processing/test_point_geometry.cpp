@@ -344,6 +344,17 @@ TEST(ColourClassDepthField, OtherDepthMovesSingleBytes)
     EXPECT_TRUE(out.padding_intact());
 }
 
+TEST(ColourClassDepthField, FillWritesThreeBytesWhateverTheDepth)
+{
+    Open<CTraitementImg_24_Bpp> p;
+    p.set_depth(8);
+    GuardedBuffer buf(4, 1, 24);
+    CRect rc(1, 0, 2, 0);
+    EXPECT_TRUE(p.Fill(0x332211ul, 4, 1, buf.bits(), rc));
+    const uint8_t expect[6] = {0x11, 0x22, 0x33, 0x11, 0x22, 0x33};
+    EXPECT_EQ(std::memcmp(buf.at(1, 0), expect, 6), 0);
+}
+
 TEST(QuickRotate, MappingsAtEachDepth)
 {
     // Source 3 x 2, value of pixel (x, r) = 1 + x + 3r (times a depth factor for 16 bits).
