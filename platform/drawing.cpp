@@ -82,6 +82,10 @@ bool CRasterDC::LineTo(int x, int y)
     // Bresenham over 64-bit coordinates, the end point left out.
     int64_t x0 = from.x, y0 = from.y;
     const int64_t x1 = x, y1 = y;
+    // A line wholly beside the image draws nothing: skip its walk (it may be very long).
+    const int64_t w = m_pImage->Width(), h = m_pImage->Height();
+    if ((x0 < 0 && x1 < 0) || (y0 < 0 && y1 < 0) || (x0 >= w && x1 >= w) || (y0 >= h && y1 >= h))
+        return true;
     const int64_t dx = x1 > x0 ? x1 - x0 : x0 - x1;
     const int64_t dy = -(y1 > y0 ? y1 - y0 : y0 - y1);
     const int sx = x0 < x1 ? 1 : -1;
