@@ -9,6 +9,7 @@
 
 #include "kevra/traitement.h"
 #include "kevra/types.h"
+#include "processing/detail/median.h"
 
 namespace {
 
@@ -58,20 +59,36 @@ struct Depth<kevra::CTraitementImg_24_Bpp> {
     static constexpr int bpp = 24;
 };
 
+// range(0): radius; range(1): 1 = fast interior, 0 = plain. The two must give the same bytes
+// before anything is timed.
 template <class T>
 void BM_Median(benchmark::State &state)
 {
     const auto radius = static_cast<unsigned short>(state.range(0));
+    const bool fast = state.range(1) != 0;
     const std::vector<uint8_t> original = make_image(kSide, kSide, Depth<T>::bpp);
     std::vector<uint8_t> work = original;
     T t;
     kevra::CRect rc(0, 0, kSide - 1, kSide - 1);
+    {
+        std::vector<uint8_t> plain = original;
+        kevra::detail::set_median_fast_enabled(false);
+        t.FiltreMedian(kSide, kSide, plain.data(), rc, 0.1, radius);
+        kevra::detail::set_median_fast_enabled(true);
+        t.FiltreMedian(kSide, kSide, work.data(), rc, 0.1, radius);
+        if (plain != work) {
+            state.SkipWithError("fast and plain median differ");
+            return;
+        }
+    }
+    kevra::detail::set_median_fast_enabled(fast);
     for (auto _ : state) {
         state.PauseTiming();
         work = original;
         state.ResumeTiming();
         benchmark::DoNotOptimize(t.FiltreMedian(kSide, kSide, work.data(), rc, 0.1, radius));
     }
+    kevra::detail::set_median_fast_enabled(true);
     state.SetItemsProcessed(state.iterations() * kSide * kSide);
 }
 
@@ -112,9 +129,15 @@ using kevra::CTraitementImg_16_Bpp;
 using kevra::CTraitementImg_24_Bpp;
 using kevra::CTraitementImg_8_Bpp;
 
-BENCHMARK_TEMPLATE(BM_Median, CTraitementImg_8_Bpp)->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_Median, CTraitementImg_16_Bpp)->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_Median, CTraitementImg_24_Bpp)->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_Median, CTraitementImg_8_Bpp)
+    ->ArgsProduct({{1, 3}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_Median, CTraitementImg_16_Bpp)
+    ->ArgsProduct({{1, 3}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_Median, CTraitementImg_24_Bpp)
+    ->ArgsProduct({{1, 3}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(BM_Unsharp, CTraitementImg_8_Bpp)->Arg(2)->Arg(8)->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(BM_Unsharp, CTraitementImg_16_Bpp)->Arg(2)->Arg(8)->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(BM_Unsharp, CTraitementImg_24_Bpp)->Arg(2)->Arg(8)->Unit(benchmark::kMillisecond);

@@ -7,11 +7,26 @@
 // part of the behaviour, not something to unify.
 #include "kevra/traitement.h"
 
+#include <atomic>
+
 #include "kevra/dib.h"
 #include "processing/detail/image_form.h"
 #include "processing/detail/median.h"
 
 namespace kevra {
+
+namespace detail {
+namespace {
+#ifdef KEVRA_MEDIAN_PLAIN_ONLY
+std::atomic<bool> g_median_fast{false};
+#else
+std::atomic<bool> g_median_fast{true};
+#endif
+} // namespace
+
+bool median_fast_enabled() { return g_median_fast.load(std::memory_order_relaxed); }
+void set_median_fast_enabled(bool enabled) { g_median_fast.store(enabled, std::memory_order_relaxed); }
+} // namespace detail
 
 namespace {
 
@@ -41,6 +56,7 @@ float gather_full_window(const S *centre, std::ptrdiff_t pitch, int channels, in
 // 8-bit interior: double precision, mean = sum x (1 / N) with 1 / N taken once in double,
 // inclusive tests against mean x (1 +- tolerance).
 struct InteriorReciprocalDouble {
+    static constexpr bool half_window = false;
     double inverse;
     double tolerance;
     InteriorReciprocalDouble(int64_t N, double tol) : inverse(1.0 / static_cast<double>(N)), tolerance(tol) {}
@@ -61,6 +77,7 @@ struct InteriorReciprocalDouble {
 // with 1 / N in single precision, deviation = tolerance x mean, and strict tests: a centre
 // exactly at mean +- deviation stays, where the 8-bit class would replace it.
 struct InteriorSingleStrict {
+    static constexpr bool half_window = false;
     float inverse;
     float tolerance;
     InteriorSingleStrict(int64_t N, double tol)
@@ -87,6 +104,7 @@ struct InteriorSingleStrict {
 // (in double, as a quotient) and the sort takes all N slots, the other half keeping what
 // earlier sorts left there. This half window has always been the 24-bit behaviour and is kept.
 struct InteriorHalfWindowQuotient {
+    static constexpr bool half_window = true;
     double full;
     double tolerance;
     InteriorHalfWindowQuotient(int64_t N, double tol) : full(static_cast<double>(N)), tolerance(tol) {}

@@ -8,6 +8,7 @@
 
 #include "kevra/dib.h"
 #include "kevra/traitement.h"
+#include "processing/detail/median.h"
 #include "support/kevra_test.h"
 
 using namespace kevra;
@@ -338,5 +339,56 @@ TEST(Median, RandomGeometriesStayInsideTheBuffer)
         ASSERT_TRUE(s && f);
         ASSERT_TRUE(b.intact()) << "iter " << iter;
         ASSERT_EQ(b.bytes(), out) << "iter " << iter;
+    }
+}
+
+// The fast interior (running integer sums, samples gathered only for replaced centres) against
+// the plain one, at zero tolerance on the bytes: random images with smooth and noisy parts,
+// every depth, odd widths, 1-pixel images, radii up to the limit of exact sums at 16 bits,
+// rectangles touching each edge or partly outside. Whole buffers compared, padding included.
+TEST(Median, FastInteriorMatchesPlain)
+{
+    std::mt19937 rng(777);
+    auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+    CTraitementImg_8_Bpp t8;
+    CTraitementImg_16_Bpp t16;
+    CTraitementImg_24_Bpp t24;
+    for (int iter = 0; iter < 600; ++iter) {
+        const int bpp = iter % 3 == 0 ? 8 : (iter % 3 == 1 ? 16 : 24);
+        const int w = iter < 9 ? 1 + iter % 3 : pick(1, 41), h = iter < 9 ? 1 + iter / 3 : pick(1, 29);
+        const unsigned short n = static_cast<unsigned short>(pick(0, bpp == 16 ? 7 : 5));
+        const double tol = pick(0, 4) * 0.03;
+        CRect rc;
+        switch (iter % 4) {
+        case 0: rc = CRect(0, 0, w - 1, h - 1); break;
+        case 1: rc = CRect(pick(-5, 2), pick(-5, 2), pick(w - 3, w + 5), pick(h - 3, h + 5)); break;
+        default: rc = CRect(pick(-3, w), pick(-3, h), pick(-3, w + 3), pick(-3, h + 3)); break;
+        }
+        GuardedBuffer a(w, h, bpp, static_cast<uint32_t>(iter));
+        // Smooth rows in half the images, so that few centres are replaced there.
+        if (iter % 2)
+            for (int r = 0; r < h; ++r)
+                for (int i = 0; i < w * bpp / 8; ++i)
+                    a.bits()[r * a.pitch() + i] = static_cast<uint8_t>(100 + (i + r) % 7 + (pick(0, 20) == 0 ? 90 : 0));
+        GuardedBuffer b = a;
+        auto run = [&](GuardedBuffer &g, bool fast) {
+            kevra::detail::set_median_fast_enabled(fast);
+            bool ok = bpp == 8 ? t8.FiltreMedian(w, h, g.bits(), rc, tol, n)
+                               : (bpp == 16 ? t16.FiltreMedian(w, h, g.bits(), rc, tol, n)
+                                            : t24.FiltreMedian(w, h, g.bits(), rc, tol, n));
+            kevra::detail::set_median_fast_enabled(true);
+            return ok;
+        };
+        ASSERT_TRUE(run(a, false));
+        ASSERT_TRUE(run(b, true));
+        ASSERT_TRUE(b.intact());
+        if (a.bytes() != b.bytes()) {
+            std::size_t i = 0;
+            while (a.bytes()[i] == b.bytes()[i])
+                ++i;
+            FAIL() << "iter " << iter << " (" << bpp << " bits, " << w << "x" << h << ", n " << n
+                   << "): first difference at byte " << i << " (row " << i / a.pitch() << "): plain "
+                   << int(a.bytes()[i]) << ", fast " << int(b.bytes()[i]);
+        }
     }
 }

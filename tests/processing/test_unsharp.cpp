@@ -218,9 +218,10 @@ TEST(Unsharp, RandomGeometriesChangeOnlyTheirArea)
             for (int i = 0; i < w * bytes_per_pixel; ++i) {
                 const int x = i / bytes_per_pixel, y = h - 1 - r;
                 const bool inside = x >= rc.left && x <= rc.right && y >= rc.top && y <= rc.bottom;
-                if (!inside)
+                if (!inside) {
                     ASSERT_EQ(b.bits()[r * b.pitch() + i], before[r * b.pitch() + i])
                         << "iter " << iter << " at " << x << "," << r;
+                }
             }
     }
 }

@@ -24,12 +24,18 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "kevra/platform.h"
 #include "kevra/types.h"
 #include "processing/detail/pixel.h"
 
 namespace kevra::detail {
+
+// Run-time switch between the plain interior and the fast one (tests and benchmarks compare
+// them); on by default unless the library is built with KEVRA_MEDIAN_PLAIN_ONLY.
+bool median_fast_enabled();
+void set_median_fast_enabled(bool enabled);
 
 // Optimised bubble sort, ascending. `swapped` is the caller's flag: a sort runs passes only
 // while it is set, and always leaves it clear (the last pass it makes exchanges nothing).
@@ -113,7 +119,10 @@ inline int64_t band_pick(int64_t count) { return (count & 1) ? count / 2 : count
 //   Interior rule(N, tolerance);
 //   rule.gather(const sample *centre, ptrdiff_t pitch_in_samples, int32_t n, sample *out)
 //       -> float sum (writes the gathered samples at the front of out, in gathering order);
-//   rule.replaces(uint32_t centre, float sum) -> bool.
+//   rule.replaces(uint32_t centre, float sum) -> bool;
+//   Rule::half_window: true when gather takes only the neighbours at a positive byte offset
+//   (the rows above the centre and the right half of its row); the fast interior handles
+//   full windows only.
 template <class Px, class Interior>
 class MedianPass {
 public:
@@ -137,10 +146,11 @@ public:
         // nothing is read outside the image.
         const bool interior_fits = int64_t(b.xs) - n >= 0 && int64_t(b.xe) + n <= src_.width - 1 &&
                                    int64_t(b.rs) - n >= 0 && int64_t(b.re) + n <= src_.height - 1;
-        for (int32_t r = b.rs; interior_fits && r <= b.re; ++r)
-            for (int32_t x = b.xs; x <= b.xe; ++x)
-                for (int c = 0; c < channels; ++c)
-                    interior(x, r, c);
+        if (interior_fits && b.rs <= b.re && b.xs <= b.xe) {
+            if (!(median_fast_enabled() && !Interior::half_window && integer_sums_exact() &&
+                  interior_fast(b)))
+                interior_plain(b);
+        }
 
         // Lower band: the window's rows are cut at the rectangle's lowest row.
         for (int32_t r = b.rA; r < b.rs; ++r)
@@ -177,6 +187,81 @@ public:
     }
 
 private:
+    void interior_plain(const MedianBounds &b)
+    {
+        for (int32_t r = b.rs; r <= b.re; ++r)
+            for (int32_t x = b.xs; x <= b.xe; ++x)
+                for (int c = 0; c < channels; ++c)
+                    interior(x, r, c);
+    }
+
+    // The fast interior needs the single-precision sum of the plain path to be the exact sum,
+    // which holds while every partial sum stays below 2^24 (N x the largest sample): radius
+    // up to 127 at 8 bits, up to 7 at 16 bits.
+    bool integer_sums_exact() const
+    {
+        return full_ * int64_t(std::numeric_limits<sample>::max()) < (int64_t(1) << 24);
+    }
+
+    // The same interior for full windows, same visiting order (row, column, channel) and same
+    // decisions, with the window sums kept as running integer sums (column sums slid up the
+    // rows, window sums slid along the row). The samples are gathered only for a centre that is
+    // replaced: a gather that no sort or pick reads is overwritten by the next one, so skipping
+    // it changes nothing. Not used for the half window, whose mean (half the neighbourhood's)
+    // replaces nearly every sample, so that gathering dominates anyway. False (nothing done)
+    // when its column sums cannot be allocated.
+    bool interior_fast(const MedianBounds &b)
+    {
+        const int32_t n = n_;
+        const int32_t base = b.xs - n;                // first column with a column sum
+        const int64_t cols = int64_t(b.xe) + n - base + 1;
+        uint32_t *colsum = try_new_array<uint32_t>(static_cast<std::size_t>(cols * channels));
+        if (colsum == nullptr)
+            return false;
+        const int32_t dy_lo = -n, dy_hi = n;
+        auto at = [&](int32_t x, int32_t r, int c) -> uint32_t { return src_.pixel(x, r)[c]; };
+
+        for (int32_t r = b.rs; r <= b.re; ++r) {
+            for (int64_t k = 0; k < cols; ++k) {
+                const int32_t x = static_cast<int32_t>(base + k);
+                for (int c = 0; c < channels; ++c) {
+                    uint32_t &cs = colsum[k * channels + c];
+                    if (r == b.rs) {
+                        cs = 0;
+                        for (int32_t dy = dy_lo; dy <= dy_hi; ++dy)
+                            cs += at(x, r + dy, c);
+                    } else {
+                        cs = cs + at(x, r + dy_hi, c) - at(x, r - 1 + dy_lo, c);
+                    }
+                }
+            }
+            uint32_t window[channels];
+            for (int c = 0; c < channels; ++c) {
+                window[c] = 0;
+                for (int32_t k = 0; k <= 2 * n; ++k)
+                    window[c] += colsum[k * channels + c];
+            }
+            for (int32_t x = b.xs; x <= b.xe; ++x) {
+                for (int c = 0; c < channels; ++c) {
+                    const uint32_t total = window[c] - at(x, r, c); // the centre is no neighbour
+                    sample *centre_out = out_.pixel(x, r) + c;
+                    if (full_ > 0 && rule_.replaces(*centre_out, static_cast<float>(total))) {
+                        rule_.gather(src_.pixel(x, r) + c, src_.pitch / std::ptrdiff_t(sizeof(sample)),
+                                     n_, samples_);
+                        sort(full_);
+                        *centre_out = samples_[full_ / 2 - 1];
+                    }
+                    if (x < b.xe) {
+                        const int64_t k = x - b.xs; // window of x: column sums k .. k + 2n
+                        window[c] = window[c] + colsum[(k + 2 * n + 1) * channels + c] - colsum[k * channels + c];
+                    }
+                }
+            }
+        }
+        delete[] colsum;
+        return true;
+    }
+
     // The sort with the call's one flag.
     void sort(int64_t count) { bubble_sort_flagged(samples_, count, swapped_); }
 
