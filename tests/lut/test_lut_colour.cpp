@@ -238,30 +238,3 @@ TEST(LutColour, FiltrerBufferMapsBlueGreenRedBytes)
     EXPECT_TRUE(buf.padding_intact());
     EXPECT_TRUE(buf.guards_intact());
 }
-
-TEST(LutColour, InvertedPaletteIsTheNegative)
-{
-    CLUT_24_Bpp lut(e_Palette12);
-    GuardedBuffer buf(3, 3, 24, 22);
-    const std::vector<uint8_t> before = buf.rows();
-    CRect all(0, 0, 2, 2);
-    lut.FiltrerBuffer(3, 3, buf.bits(), all);
-    for (long r = 0; r < 3; ++r)
-        for (std::size_t i = 0; i < 9; ++i)
-            EXPECT_EQ(buf.bits()[buf.pitch() * r + i], 255 - before[buf.pitch() * r + i]);
-}
-
-TEST(LutColour, FiltreOnImages)
-{
-    CLUT_24_Bpp lut(e_Palette12);
-    CDibRoot grey(CSize(2, 2), 8);
-    EXPECT_FALSE(lut.Filtre(&grey));
-    CDibRoot colour(CSize(2, 2), 24);
-    lut_test::fill_random(colour, 5);
-    const auto before = lut_test::image_bytes(colour);
-    EXPECT_TRUE(lut.Filtre(&colour));
-    const auto after = lut_test::image_bytes(colour);
-    for (int r = 0; r < 2; ++r)
-        for (int i = 0; i < 6; ++i)
-            EXPECT_EQ(after[r * 8 + i], 255 - before[r * 8 + i]);
-}

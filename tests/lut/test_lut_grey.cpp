@@ -259,6 +259,10 @@ TEST(LutGrey, FiltreRefusesNullWrongDepthAndInvalidImages)
     EXPECT_FALSE(lut.Filtre(&grey16));
     EXPECT_EQ(lut_test::image_bytes(grey16), b16);
 
+    CLUT_24_Bpp colour(e_Palette12);
+    EXPECT_FALSE(colour.Filtre(&grey16));
+    EXPECT_EQ(lut_test::image_bytes(grey16), b16);
+
     CDibRoot grey8(CSize(4, 3), 8);
     lut_test::fill_random(grey8, 4);
     grey8.SetZoneTravail(CRect(1, 0, 2, 1)); // picture rows 0..1 = memory rows 2..1

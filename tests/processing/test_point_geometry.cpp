@@ -48,6 +48,35 @@ private:
 
 CRect whole(long w, long h) { return CRect(0, 0, static_cast<int>(w - 1), static_cast<int>(h - 1)); }
 
+// One processor of each depth, chosen by bit count.
+struct AnyDepth {
+    CTraitementImg_8_Bpp p8;
+    CTraitementImg_16_Bpp p16;
+    CTraitementImg_24_Bpp p24;
+
+    bool mirror_h(int bpp, GuardedBuffer &b, CRect rc)
+    {
+        return bpp == 8 ? p8.Mirroir_Horizontal(b.width(), b.height(), b.bits(), rc)
+             : bpp == 16 ? p16.Mirroir_Horizontal(b.width(), b.height(), b.bits(), rc)
+                         : p24.Mirroir_Horizontal(b.width(), b.height(), b.bits(), rc);
+    }
+    bool mirror_v(int bpp, GuardedBuffer &b, CRect rc)
+    {
+        return bpp == 8 ? p8.Mirroir_Vertical(b.width(), b.height(), b.bits(), rc)
+             : bpp == 16 ? p16.Mirroir_Vertical(b.width(), b.height(), b.bits(), rc)
+                         : p24.Mirroir_Vertical(b.width(), b.height(), b.bits(), rc);
+    }
+    bool turn(int bpp, int angle, GuardedBuffer &src, GuardedBuffer &dst)
+    {
+        const auto a = static_cast<CTraitementImgBase::e_angle>(angle);
+        CRect ignored(100, 100, -100, -100);
+        const long w = src.width(), h = src.height(), wo = dst.width(), ho = dst.height();
+        return bpp == 8 ? p8.QuickRotate(a, w, h, src.bits(), ignored, wo, ho, dst.bits())
+             : bpp == 16 ? p16.QuickRotate(a, w, h, src.bits(), ignored, wo, ho, dst.bits())
+                         : p24.QuickRotate(a, w, h, src.bits(), ignored, wo, ho, dst.bits());
+    }
+};
+
 } // namespace
 
 TEST(PerDepthClasses, RecordsTablesAndWorkerSlots)
@@ -141,18 +170,6 @@ TEST(Negatif, GreyTableAllocationFailureChangesNothing)
     FailAllocation fail(sizeof(CLUT_16_Bpp));
     EXPECT_FALSE(p.Negatif(4, 4, buf.bits(), rc));
     EXPECT_EQ(buf.rows(), before);
-}
-
-TEST(Negatif, TwiceIsIdentityOnImages)
-{
-    CTraitementImg_24_Bpp p;
-    CDibRoot image(CSize(7, 5), 24);
-    lut_test::fill_random(image, 4);
-    const auto before = lut_test::image_bytes(image);
-    EXPECT_TRUE(p.Negatif(&image));
-    EXPECT_NE(lut_test::image_bytes(image), before);
-    EXPECT_TRUE(p.Negatif(&image));
-    EXPECT_EQ(lut_test::image_bytes(image), before);
 }
 
 TEST(Fill, InclusiveRectangleAndByteOrder)
@@ -303,25 +320,13 @@ TEST(MirroirVertical, ColourSegmentsAndAllocationFailure)
 
 TEST(Mirrors, TwiceRestoresAndOutsideRectanglesStayInside)
 {
+    AnyDepth p;
     for (int bpp : {8, 16, 24}) {
         GuardedBuffer buf(7, 9, bpp, 40 + bpp);
         const auto before = buf.rows();
-        CRect rc(-3, -2, 40, 30);
-        CTraitementImg_8_Bpp p8;
-        CTraitementImg_16_Bpp p16;
-        CTraitementImg_24_Bpp p24;
-        for (int i = 0; i < 2; ++i) {
-            if (bpp == 8) {
-                EXPECT_TRUE(p8.Mirroir_Horizontal(7, 9, buf.bits(), rc));
-                EXPECT_TRUE(p8.Mirroir_Vertical(7, 9, buf.bits(), rc));
-            } else if (bpp == 16) {
-                EXPECT_TRUE(p16.Mirroir_Horizontal(7, 9, buf.bits(), rc));
-                EXPECT_TRUE(p16.Mirroir_Vertical(7, 9, buf.bits(), rc));
-            } else {
-                EXPECT_TRUE(p24.Mirroir_Horizontal(7, 9, buf.bits(), rc));
-                EXPECT_TRUE(p24.Mirroir_Vertical(7, 9, buf.bits(), rc));
-            }
-        }
+        const CRect rc(-3, -2, 40, 30);
+        for (int i = 0; i < 2; ++i)
+            EXPECT_TRUE(p.mirror_h(bpp, buf, rc) && p.mirror_v(bpp, buf, rc));
         EXPECT_EQ(buf.rows(), before) << bpp;
         EXPECT_TRUE(buf.guards_intact()) << bpp;
     }
@@ -357,37 +362,22 @@ TEST(ColourClassDepthField, FillWritesThreeBytesWhateverTheDepth)
 
 TEST(QuickRotate, MappingsAtEachDepth)
 {
-    // Source 3 x 2, value of pixel (x, r) = 1 + x + 3r (times a depth factor for 16 bits).
+    // Source 3 x 2, pixel (x, r) holds 1 + x + 3r (times 1000 at 16 bits; +50 per byte at 24).
+    AnyDepth p;
     for (int bpp : {8, 16, 24}) {
         GuardedBuffer src(3, 2, bpp);
-        auto put = [&](GuardedBuffer &b, long x, long r, int v) {
-            if (bpp == 16)
-                b.set_u16(x, r, static_cast<uint16_t>(v * 1000));
-            else
-                for (int c = 0; c < bpp / 8; ++c)
-                    b.at(x, r)[c] = static_cast<uint8_t>(v + 50 * c);
-        };
-        auto get = [&](const GuardedBuffer &b, long x, long r) {
-            return bpp == 16 ? b.u16(x, r) / 1000 : b.at(x, r)[0];
-        };
         for (long r = 0; r < 2; ++r)
-            for (long x = 0; x < 3; ++x)
-                put(src, x, r, static_cast<int>(1 + x + 3 * r));
-        CTraitementImg_8_Bpp p8;
-        CTraitementImg_16_Bpp p16;
-        CTraitementImg_24_Bpp p24;
-        auto turn = [&](CTraitementImgBase::e_angle a, GuardedBuffer &dst, long wo, long ho) {
-            CRect ignored(100, 100, -100, -100);
-            if (bpp == 8)
-                return p8.QuickRotate(a, 3, 2, src.bits(), ignored, wo, ho, dst.bits());
-            if (bpp == 16)
-                return p16.QuickRotate(a, 3, 2, src.bits(), ignored, wo, ho, dst.bits());
-            return p24.QuickRotate(a, 3, 2, src.bits(), ignored, wo, ho, dst.bits());
-        };
+            for (long x = 0; x < 3; ++x) {
+                const int v = static_cast<int>(1 + x + 3 * r);
+                if (bpp == 16)
+                    src.set_u16(x, r, static_cast<uint16_t>(v * 1000));
+                else
+                    for (int c = 0; c < bpp / 8; ++c)
+                        src.at(x, r)[c] = static_cast<uint8_t>(v + 50 * c);
+            }
+        auto get = [&](const GuardedBuffer &b, long x, long r) { return bpp == 16 ? b.u16(x, r) / 1000 : b.at(x, r)[0]; };
         GuardedBuffer d0(2, 3, bpp), d1(3, 2, bpp), d2(2, 3, bpp);
-        ASSERT_TRUE(turn(CTraitementImgBase::e_Angle90, d0, 2, 3));
-        ASSERT_TRUE(turn(CTraitementImgBase::e_Angle180, d1, 3, 2));
-        ASSERT_TRUE(turn(CTraitementImgBase::e_Angle270, d2, 2, 3));
+        ASSERT_TRUE(p.turn(bpp, 0, src, d0) && p.turn(bpp, 1, src, d1) && p.turn(bpp, 2, src, d2));
         for (long r = 0; r < 2; ++r)
             for (long x = 0; x < 3; ++x) {
                 const int v = static_cast<int>(1 + x + 3 * r);
@@ -414,17 +404,6 @@ TEST(QuickRotate, RefusalsWriteNothing)
     EXPECT_FALSE(p.QuickRotate(CTraitementImgBase::e_Angle180, 3, 2, src.bits(), rc, 2, 3, dst.bits()));
     EXPECT_EQ(dst.rows(), before);
     EXPECT_TRUE(p.QuickRotate(CTraitementImgBase::e_Angle180, 3, 0, nullptr, rc, 3, 0, nullptr));
-}
-
-TEST(QuickRotate, TurnAndTurnBack)
-{
-    CTraitementImg_16_Bpp p;
-    GuardedBuffer src(7, 5, 16, 77), mid(5, 7, 16, 78), back(7, 5, 16, 79);
-    CRect rc;
-    ASSERT_TRUE(p.QuickRotate(CTraitementImgBase::e_Angle90, 7, 5, src.bits(), rc, 5, 7, mid.bits()));
-    ASSERT_TRUE(p.QuickRotate(CTraitementImgBase::e_Angle270, 5, 7, mid.bits(), rc, 7, 5, back.bits()));
-    for (long r = 0; r < 5; ++r)
-        EXPECT_EQ(std::memcmp(src.at(0, r), back.at(0, r), 14), 0);
 }
 
 TEST(QuickRotate, ImageFormSwapsInTheTurnedPicture)
@@ -524,35 +503,23 @@ TEST(ImageForms, RefuseNullWrongDepthAndInvalidImages)
 }
 
 // The tiled quarter turn against the plain walk: random pictures, odd widths, single pixels,
-// single rows and columns, sizes around the tile; whole destination buffers compared, padding
-// and guards included.
+// single rows and columns, sizes around the tile; whole buffers compared, padding included.
 TEST(QuickRotate, TiledWalkGivesThePlainBytes)
 {
     const long sizes[][2] = {{1, 1}, {1, 7}, {9, 1}, {31, 33}, {32, 32}, {33, 65}, {70, 3}, {101, 47}};
-    CTraitementImg_8_Bpp p8;
-    CTraitementImg_16_Bpp p16;
-    CTraitementImg_24_Bpp p24;
+    AnyDepth p;
     uint32_t seed = 100;
     for (const auto &sz : sizes)
         for (int bpp : {8, 16, 24})
             for (int angle = 0; angle < 3; ++angle) {
                 const long w = sz[0], h = sz[1];
-                const long wo = angle == 1 ? w : h, ho = angle == 1 ? h : w;
                 GuardedBuffer src(w, h, bpp, ++seed);
-                GuardedBuffer fast(wo, ho, bpp, 1), plain(wo, ho, bpp, 1);
-                CRect rc;
-                auto turn = [&](GuardedBuffer &dst) {
-                    const auto a = static_cast<CTraitementImgBase::e_angle>(angle);
-                    if (bpp == 8)
-                        return p8.QuickRotate(a, w, h, src.bits(), rc, wo, ho, dst.bits());
-                    if (bpp == 16)
-                        return p16.QuickRotate(a, w, h, src.bits(), rc, wo, ho, dst.bits());
-                    return p24.QuickRotate(a, w, h, src.bits(), rc, wo, ho, dst.bits());
-                };
+                GuardedBuffer fast(angle == 1 ? w : h, angle == 1 ? h : w, bpp, 1);
+                GuardedBuffer plain(angle == 1 ? w : h, angle == 1 ? h : w, bpp, 1);
                 detail::set_rotate_fast_enabled(true);
-                ASSERT_TRUE(turn(fast));
+                ASSERT_TRUE(p.turn(bpp, angle, src, fast));
                 detail::set_rotate_fast_enabled(false);
-                ASSERT_TRUE(turn(plain));
+                ASSERT_TRUE(p.turn(bpp, angle, src, plain));
                 detail::set_rotate_fast_enabled(true);
                 const auto a = fast.rows(), b = plain.rows();
                 std::size_t first = 0;
