@@ -80,10 +80,12 @@ void resample_bilinear(View<Px> src, View<Px> dst, float sx, float sy)
 
 // ---- windowed sinc ----------------------------------------------------------------------------
 
-// Index m taps away from centre, kept inside [0, size - 1]. Inside the inner region every tap
-// already lies in the source and this is the identity; the outer band (destination columns
-// before bx or from W' - bx, rows before by or from H' - by), whose windows would reach past
-// the source's edge, uses the same kernels on the edge sample repeated.
+// Index m taps away from centre, kept inside [0, size - 1]. Inside the inner region (columns
+// bx .. W' - bx - 1 and rows by .. H' - by - 1, with bx = truncate(kx / sx) + 1 and
+// by = truncate(ky / sy) + 1) every tap already lies in the source and this is the identity.
+// The outer band, whose windows would reach past the source's edge, uses the same kernels with
+// each tap clamped to the nearest edge sample (the edge sample repeated). With that rule the
+// inner region and the band are one and the same loop.
 inline int32_t clamp_index(int64_t p, int32_t size)
 {
     return static_cast<int32_t>(p < 0 ? 0 : (p > size - 1 ? size - 1 : p));
