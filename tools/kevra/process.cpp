@@ -233,6 +233,7 @@ int run_batch(ProcessOptions & o, const std::vector<Step> & steps, const kevra::
         }
     };
 
+    show_progress();
     std::vector<std::thread> pool;
     for (unsigned k = 1; k < jobs; ++k)
         pool.emplace_back(worker);
