@@ -342,7 +342,7 @@ TEST(Median, FastInteriorMatchesPlain)
         };
         ASSERT_TRUE(run(a, false));
         ASSERT_TRUE(run(b, true));
-        ASSERT_TRUE(b.intact());
+        ASSERT_TRUE(a.intact() && b.intact()) << iter;
         if (a.bytes() != b.bytes()) {
             std::size_t i = 0;
             while (a.bytes()[i] == b.bytes()[i])
