@@ -71,7 +71,8 @@ void flip_rows(uint8_t * bits, uint32_t pitch, uint32_t height)
 
 // 32-to-24 conversion: the source has width * 4 bytes a row, no padding;
 // bytes 0..2 (blue, green, red) of each pixel are kept, the fourth dropped.
-// Walked from the last row and the last pixel down, as the original did.
+// Walked from the last row and the last pixel down; source and rows never
+// overlap here, so the order does not change the result.
 void CxImage::convert_32_to_24(const uint8_t * src)
 {
     const std::size_t w = static_cast<std::size_t>(width());
@@ -227,8 +228,9 @@ bool CxImage::decode_into(detail::ByteSource & src)
             return fail(kTruncated);
         break;
     case 16: {
-        // The masks are read (after the bits offset, as the original reader
-        // did) but not used: 16-bit files are grey samples, never 5-5-5 colour.
+        // The masks are read after the bits offset (so a masked file's rows
+        // start 12 bytes late: files written by us never carry masks) and are
+        // not used: 16-bit files are grey samples, never 5-5-5 colour.
         if (compression == kBitfields) {
             uint8_t masks[12];
             if (src.read(masks, sizeof masks) != sizeof masks)

@@ -100,7 +100,7 @@ bool CDibRoot::Copy(CDibRoot & src, bool bCopyPixels, bool bCopySelection, bool 
 
     dst->copy_bookkeeping(*from);
     if (!dst->create(from->width(), from->height(), from->bit_count(), from->image_type()))
-        return true; // creation failed: the store is left without pixels, as the original did
+        return true; // creation failed: the store is left without pixels; callers test IsOK
     dst->header().biXPelsPerMeter = from->header().biXPelsPerMeter;
     dst->header().biYPelsPerMeter = from->header().biYPelsPerMeter;
 
@@ -160,8 +160,8 @@ CRect CDibRoot::Rect() const
 
 int CDibRoot::ScanBytes(long width, int bitCount) const
 {
-    // 32-bit signed arithmetic whatever the width of long; the product wraps
-    // like the original's for absurd sizes instead of being undefined.
+    // 32-bit signed arithmetic whatever the width of long; for absurd sizes
+    // the product wraps (two's complement) instead of being undefined.
     const uint32_t product = static_cast<uint32_t>(static_cast<int32_t>(width)) * static_cast<uint32_t>(bitCount);
     const int32_t bits = static_cast<int32_t>(product + 31u);
     return (bits & ~31) / 8;

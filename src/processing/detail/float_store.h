@@ -3,8 +3,8 @@
 // A float goes to an integer sample by truncation toward zero, keeping the low
 // 8 or 16 bits (300.7 -> 300 -> 44 in 8 bits). No rounding, no clamping here.
 //
-// Out-of-range values (negative, huge, NaN) are the platform's business in the
-// original; here they are made deterministic on every target: the value is
+// Out-of-range values (negative, huge, NaN) have no defined conversion in C++;
+// here they are made deterministic on every target: the value is
 // truncated to a 64-bit integer when it fits (so -1.5 -> -1 -> 0xFF/0xFFFF,
 // i.e. two's-complement wrap of the truncated value), and anything outside the
 // 64-bit range, or NaN, stores 0. Callers clamp first when it matters.
