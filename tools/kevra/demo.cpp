@@ -219,9 +219,10 @@ void write_page(const Demo & demo, const std::vector<Section> & sections)
              s.result_histogram + "\" alt=\"result histogram\"></td></tr>\n</table>\n";
         h += "<p><img src=\"" + s.curves + "\" alt=\"curves\"><br><span class=\"small\">" +
              html_escape(s.curves_caption) + "</span></p>\n<p class=\"small\">Step times:";
-        for (const StepTime & t : s.times)
-            h += " " + html_escape(t.label) + " " + format_number(t.ms, 1) + " ms;";
-        h += "<br>Files:";
+        for (std::size_t i = 0; i < s.times.size(); ++i)
+            h += std::string(i == 0 ? " " : "; ") + html_escape(s.times[i].label) + " " +
+                 format_number(s.times[i].ms, 1) + " ms";
+        h += ".<br>Files:";
         for (const std::string & f : s.files)
             h += " <a href=\"" + f + "\">" + f + "</a>";
         h += "</p>\n";
