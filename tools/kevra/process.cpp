@@ -268,7 +268,7 @@ Command add_process_command(CLI::App & app)
                   "Working zone, inclusive picture coordinates (row 0 at the top); default: the whole image")
         ->type_name("L,T,R,B");
     c->add_flag("-v,--verbose", o->verbose, "Print the final size and the time of each step");
-    c->add_option("--trace", o->trace, "Write the sequencer's own trace (French) to FILE")->type_name("FILE");
+    c->add_option("--trace", o->trace, "Write the sequencer's own trace (French) to FILE (replaced)")->type_name("FILE");
     o->steps.add_to(*c);
     c->footer(steps_footer());
 
