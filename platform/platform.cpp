@@ -65,7 +65,8 @@ H swap_handler(H & slot, H handler)
 
 } // namespace
 
-// UTF-8 encoding of a wide string (UTF-32 or UTF-16 wchar_t alike).
+// UTF-8 encoding of a wide string (UTF-32 or UTF-16 wchar_t alike). Surrogate pairs are joined;
+// a lone surrogate or a value beyond U+10FFFF becomes U+FFFD, so the output is always valid UTF-8.
 std::string to_utf8(const wchar_t * text)
 {
     std::string out;
@@ -74,6 +75,8 @@ std::string to_utf8(const wchar_t * text)
         if (sizeof(wchar_t) == 2 && c >= 0xD800 && c < 0xDC00 && text[1] >= 0xDC00 && text[1] < 0xE000) {
             c = 0x10000 + ((c - 0xD800) << 10) + (static_cast<uint32_t>(text[1]) - 0xDC00);
             ++text;
+        } else if ((c >= 0xD800 && c < 0xE000) || c > 0x10FFFF) {
+            c = 0xFFFD;
         }
         if (c < 0x80) {
             out += static_cast<char>(c);

@@ -156,39 +156,6 @@ void IniFile::set(const std::string &section, const std::string &key, const std:
     m_lines.insert(m_lines.begin() + static_cast<std::ptrdiff_t>(insert_at), entry);
 }
 
-std::string utf8_from_wide(const wchar_t *text)
-{
-    std::string out;
-    for (; text != nullptr && *text != 0; ++text) {
-        uint32_t c = static_cast<uint32_t>(*text);
-        if (sizeof(wchar_t) == 2 && c >= 0xD800 && c < 0xDC00 && text[1] >= 0xDC00 &&
-            text[1] < 0xE000) {
-            c = 0x10000 + ((c - 0xD800) << 10) + (static_cast<uint32_t>(text[1]) - 0xDC00);
-            ++text;
-        }
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | ((c >> 18) & 0x07));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
-}
-
-std::string utf8_from_wide(const std::wstring &text)
-{
-    return utf8_from_wide(text.c_str());
-}
 
 } // namespace detail
 } // namespace kevra

@@ -351,14 +351,14 @@ std::string CLUT_24_Bpp::Donne_FichierIniDefaut()
 {
     std::lock_guard<std::mutex> lock(profile_mutex());
     if (!profile_override().empty())
-        return detail::utf8_from_wide(profile_override());
+        return platform::to_utf8(profile_override().c_str());
     return default_profile_path();
 }
 
 std::string CLUT_24_Bpp::ini_path() const
 {
     if (!m_strFichierIni.empty())
-        return detail::utf8_from_wide(m_strFichierIni);
+        return platform::to_utf8(m_strFichierIni.c_str());
     return Donne_FichierIniDefaut();
 }
 
@@ -384,7 +384,7 @@ bool CLUT_24_Bpp::Sauvegarde_INI(const wchar_t *fichier, const wchar_t *section)
     detail::IniFile ini;
     if (!ini.load(path))
         return false;
-    const std::string sectionName = detail::utf8_from_wide(m_strSectionIni);
+    const std::string sectionName = platform::to_utf8(m_strSectionIni.c_str());
     for (int i = 0; i < Donne_NbEntrees(); ++i) {
         char value[48];
         std::snprintf(value, sizeof value, "%d,%d,%d", m_LUTRouge[i], m_LUTVert[i], m_LUTBleu[i]);
@@ -409,7 +409,7 @@ bool CLUT_24_Bpp::Lecture_INI(const wchar_t *fichier, const wchar_t *section)
     detail::IniFile ini;
     if (!ini.load(path))
         return false;
-    const std::string sectionName = detail::utf8_from_wide(m_strSectionIni);
+    const std::string sectionName = platform::to_utf8(m_strSectionIni.c_str());
     bool complete = true;
     unsigned char *r = m_LUTRouge.Donne_Table();
     unsigned char *g = m_LUTVert.Donne_Table();

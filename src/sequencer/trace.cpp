@@ -37,48 +37,6 @@ bool trace_enabled(const std::string &path)
     return state == trace_on;
 }
 
-void append_utf8(std::string &out, uint32_t cp)
-{
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-}
-
-std::string trace_utf8(const wchar_t *text)
-{
-    std::string out;
-    if (text == nullptr)
-        return out;
-    for (const wchar_t *p = text; *p != 0; ++p) {
-        uint32_t cp = static_cast<uint32_t>(*p);
-        // UTF-16 platforms: join surrogate pairs; a lone surrogate becomes U+FFFD.
-        if (sizeof(wchar_t) == 2 && cp >= 0xD800 && cp <= 0xDBFF) {
-            const uint32_t low = static_cast<uint32_t>(p[1]);
-            if (low >= 0xDC00 && low <= 0xDFFF) {
-                cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
-                ++p;
-            } else {
-                cp = 0xFFFD;
-            }
-        } else if ((cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF) {
-            cp = 0xFFFD;
-        }
-        append_utf8(out, cp);
-    }
-    return out;
-}
 
 } // namespace
 
@@ -126,7 +84,7 @@ void reset_trace_state_for_tests()
 
 void CSequenceur::TraceAppels(const wchar_t *message, bool, bool bError)
 {
-    detail::trace_line(detail::trace_utf8(message), bError);
+    detail::trace_line(platform::to_utf8(message), bError);
 }
 
 } // namespace kevra

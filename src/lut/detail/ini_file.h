@@ -41,9 +41,6 @@ private:
     std::vector<Line> m_lines;
 };
 
-// UTF-8 form of a wide string (UTF-16 or UTF-32 wchar_t).
-std::string utf8_from_wide(const wchar_t *text);
-std::string utf8_from_wide(const std::wstring &text);
 
 } // namespace detail
 } // namespace kevra
