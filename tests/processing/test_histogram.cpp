@@ -3,266 +3,204 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <initializer_list>
 #include <vector>
 
 #include "kevra/dib.h"
-#include "kevra/platform.h"
 #include "kevra/traitement.h"
-#include "lut/buffer_fixture.h"
+#include "processing_test.h"
 
 using namespace kevra;
-using lut_test::GuardedBuffer;
-
-TEST(Histogram, GreyCountsOverTheInclusiveRectangle)
-{
-    CTraitementImg_8_Bpp p;
-    GuardedBuffer buf(5, 4, 8);
-    for (long r = 0; r < 4; ++r)
-        for (long x = 0; x < 5; ++x)
-            *buf.at(x, r) = static_cast<uint8_t>(10 * r + x);
-    std::vector<long> h(256, 77);
-    CRect rc(1, 1, 3, 2); // picture rows 1..2 = memory rows 2..1
-    EXPECT_TRUE(p.Donne_Histogramme(h.data(), 5, 4, buf.bits(), rc));
-    long total = 0;
-    for (int i = 0; i < 256; ++i) {
-        const bool counted = (i >= 11 && i <= 13) || (i >= 21 && i <= 23);
-        EXPECT_EQ(h[i], counted ? 1 : 0) << i;
-        total += h[i];
-    }
-    EXPECT_EQ(total, 6);
-    CRect one(4, 3, 4, 3);
-    EXPECT_TRUE(p.Donne_Histogramme(h.data(), 5, 4, buf.bits(), one));
-    EXPECT_EQ(h[4], 1); // picture row 3 = memory row 0
-    CRect upside(0, 3, 4, 0);
-    EXPECT_TRUE(p.Donne_Histogramme(h.data(), 5, 4, buf.bits(), upside));
-    for (int i = 0; i < 256; ++i)
-        ASSERT_EQ(h[i], 0);
-    EXPECT_FALSE(p.Donne_Histogramme(nullptr, 5, 4, buf.bits(), rc));
-}
-
-TEST(Histogram, SixteenBitsClearsAll65536Counts)
-{
-    CTraitementImg_16_Bpp p;
-    CDibRoot image(CSize(3, 2), 12); // a "12-bit" image is stored with 16 bits
-    ASSERT_EQ(image.BitCount(), 16);
-    const uint16_t values[6] = {0, 4095, 4095, 17, 65535, 4095};
-    std::memcpy(image.GetBits(), values, 6);
-    std::memcpy(image.GetBits() + image.Pitch(), values + 3, 6);
-    std::vector<long> h(65536, -5);
-    EXPECT_TRUE(p.Donne_Histogrammes(h.data(), &image));
-    long total = 0;
-    for (int i = 0; i < 65536; ++i)
-        total += h[i];
-    EXPECT_EQ(total, 6);
-    EXPECT_EQ(h[4095], 3);
-    EXPECT_EQ(h[65535], 1);
-    EXPECT_EQ(h[17], 1);
-    CDibRoot grey8(CSize(3, 2), 8);
-    EXPECT_FALSE(p.Donne_Histogrammes(h.data(), &grey8));
-    EXPECT_FALSE(p.Donne_Histogrammes(h.data(), nullptr));
-}
-
-TEST(Histogram, ColourChannelsCountFirstByteAsRed)
-{
-    CTraitementImg_24_Bpp p;
-    GuardedBuffer buf(2, 1, 24);
-    const uint8_t px[6] = {10, 20, 30, 10, 21, 254};
-    std::memcpy(buf.bits(), px, 6);
-    CRect rc(0, 0, 1, 0);
-    std::vector<long> r(256), g(256), b(256), lum(256), r3(256), g3(256), b3(256);
-    EXPECT_TRUE(p.Donne_HistogrammeRouge(r.data(), 2, 1, buf.bits(), rc));
-    EXPECT_TRUE(p.Donne_HistogrammeVert(g.data(), 2, 1, buf.bits(), rc));
-    EXPECT_TRUE(p.Donne_HistogrammeBleu(b.data(), 2, 1, buf.bits(), rc));
-    EXPECT_EQ(r[10], 2);
-    EXPECT_EQ(g[20], 1);
-    EXPECT_EQ(g[21], 1);
-    EXPECT_EQ(b[30], 1);
-    EXPECT_EQ(b[254], 1);
-    EXPECT_TRUE(p.Donne_Histogrammes(r3.data(), g3.data(), b3.data(), 2, 1, buf.bits(), rc));
-    EXPECT_EQ(r3, r);
-    EXPECT_EQ(g3, g);
-    EXPECT_EQ(b3, b);
-    EXPECT_TRUE(p.Donne_HistogrammeLuminance(lum.data(), 2, 1, buf.bits(), rc));
-    // 0.587 * 20 + 0.299 * 10 + 0.114 * 30 = 18.15; 0.587 * 21 + 2.99 + 0.114 * 254 = 44.283
-    EXPECT_EQ(lum[18], 1);
-    EXPECT_EQ(lum[44], 1);
-}
-
-TEST(Histogram, LuminanceTruncatesBelowGreyLevels)
-{
-    CTraitementImg_24_Bpp p;
-    GuardedBuffer buf(3, 1, 24);
-    const uint8_t px[9] = {254, 254, 254, 255, 255, 255, 1, 1, 1};
-    std::memcpy(buf.bits(), px, 9);
-    CRect rc(0, 0, 2, 0);
-    std::vector<long> lum(256);
-    EXPECT_TRUE(p.Donne_HistogrammeLuminance(lum.data(), 3, 1, buf.bits(), rc));
-    EXPECT_EQ(lum[253], 1); // 253.99999999999997
-    EXPECT_EQ(lum[255], 1);
-    EXPECT_EQ(lum[0], 1); // grey 1 gives 0.99999...
-}
-
-TEST(Histogram, ColourImageForms)
-{
-    CTraitementImg_24_Bpp p;
-    CDibRoot image(CSize(4, 4), 24);
-    lut_test::fill_random(image, 9);
-    image.SetZoneTravail(CRect(1, 1, 1, 1));
-    std::vector<long> r(256, 3), g(256), b(256);
-    EXPECT_TRUE(p.Donne_HistogrammeRouge(r.data(), &image));
-    long total = 0;
-    for (long v : r)
-        total += v;
-    EXPECT_EQ(total, 1);
-    EXPECT_EQ(r[image.GetPixelPtr(1, 2)[0]], 1);
-    EXPECT_TRUE(p.Donne_Histogrammes(r.data(), g.data(), b.data(), &image));
-    EXPECT_EQ(b[image.GetPixelPtr(1, 2)[2]], 1);
-    CDibRoot grey(CSize(4, 4), 8);
-    EXPECT_FALSE(p.Donne_HistogrammeLuminance(r.data(), &grey));
-    EXPECT_FALSE(p.Donne_Histogrammes(r.data(), g.data(), b.data(), nullptr));
-}
+using proc_test::Buf;
+using proc_test::on_depth;
 
 namespace {
 
-// 100 x 100 16-bit buffer: 99 samples at 0, 1 at 5, 99 at 65535, the rest at 30000.
-GuardedBuffer stretch_case16()
+std::vector<long> counts(std::initializer_list<int> levels, std::size_t bins = 256)
 {
-    GuardedBuffer buf(100, 100, 16);
-    int n = 0;
-    for (long r = 0; r < 100; ++r)
-        for (long x = 0; x < 100; ++x, ++n)
-            buf.set_u16(x, r, n < 99 ? 0 : n == 99 ? 5 : n < 199 ? 65535 : 30000);
+    std::vector<long> h(bins, 0);
+    for (int v : levels)
+        ++h[v];
+    return h;
+}
+
+// 100 x 100 16-bit buffer: 99 samples at 0, 1 at 5, 99 at 65535, the rest at 30000.
+Buf stretch_case16()
+{
+    Buf buf(100, 100, 16);
+    for (int n = 0; n < 10000; ++n)
+        buf.set(n % 100, n / 100, n < 99 ? 0 : n == 99 ? 5 : n < 199 ? 65535 : 30000);
     return buf;
 }
 
 } // namespace
 
+// The inclusive rectangle (picture rows top..bottom), arrays cleared to their depth's size
+// (all 65536 counts at 16 bits, and no more than 256 at 8 bits).
+TEST(Histogram, GreyCountsOverTheInclusiveRectangle)
+{
+    struct Case { CRect rc; std::initializer_list<int> levels; };
+    const Case cases[] = {{CRect(1, 1, 3, 2), {11, 12, 13, 21, 22, 23}}, {CRect(4, 3, 4, 3), {4}}, {CRect(0, 3, 4, 0), {}}};
+    for (int bpp : {8, 16})
+        for (const Case &k : cases) {
+            Buf buf(5, 4, bpp);
+            for (long r = 0; r < 4; ++r)
+                for (long x = 0; x < 5; ++x)
+                    buf.set(x, r, static_cast<int>(10 * r + x));
+            const std::size_t bins = bpp == 8 ? 256 : 65536;
+            std::vector<long> h(65537, 77);
+            CRect rc = k.rc;
+            ASSERT_TRUE(bpp == 8 ? CTraitementImg_8_Bpp().Donne_Histogramme(h.data(), 5, 4, buf.bits(), rc)
+                                 : CTraitementImg_16_Bpp().Donne_Histogramme(h.data(), 5, 4, buf.bits(), rc));
+            EXPECT_EQ(std::vector<long>(h.begin(), h.begin() + bins), counts(k.levels, bins)) << bpp;
+            EXPECT_EQ(h[bins], 77) << bpp;
+        }
+    CTraitementImg_16_Bpp p;
+    CDibRoot image(CSize(3, 2), 12), grey8(CSize(3, 2), 8); // "12-bit" is stored with 16 bits
+    std::vector<long> h(65536, -5);
+    EXPECT_TRUE(p.Donne_Histogrammes(h.data(), &image));
+    EXPECT_EQ(h, counts({0, 0, 0, 0, 0, 0}, 65536));
+    EXPECT_FALSE(p.Donne_Histogrammes(h.data(), &grey8));
+    EXPECT_FALSE(p.Donne_Histogrammes(h.data(), nullptr));
+}
+
+// The first byte counts as red. Luminance is 0.587 g + 0.299 r + 0.114 b in double, truncated:
+// 18.15, 44.283, 253.99999999999997, 255, and 0.99999... for grey 1.
+TEST(Histogram, ColourChannelsAndLuminance)
+{
+    CTraitementImg_24_Bpp p;
+    Buf buf(5, 1, 24);
+    const uint8_t px[15] = {10, 20, 30, 10, 21, 254, 254, 254, 254, 255, 255, 255, 1, 1, 1};
+    std::memcpy(buf.bits(), px, 15);
+    CRect rc(0, 0, 4, 0);
+    std::vector<long> r(256, 9), g(256, 9), b(256, 9), lum(256, 9), r3(256), g3(256), b3(256);
+    EXPECT_TRUE(p.Donne_HistogrammeRouge(r.data(), 5, 1, buf.bits(), rc));
+    EXPECT_TRUE(p.Donne_HistogrammeVert(g.data(), 5, 1, buf.bits(), rc));
+    EXPECT_TRUE(p.Donne_HistogrammeBleu(b.data(), 5, 1, buf.bits(), rc));
+    EXPECT_TRUE(p.Donne_HistogrammeLuminance(lum.data(), 5, 1, buf.bits(), rc));
+    EXPECT_TRUE(p.Donne_Histogrammes(r3.data(), g3.data(), b3.data(), 5, 1, buf.bits(), rc));
+    EXPECT_EQ(r, counts({10, 10, 254, 255, 1}));
+    EXPECT_EQ(g, counts({20, 21, 254, 255, 1}));
+    EXPECT_EQ(b, counts({30, 254, 254, 255, 1}));
+    EXPECT_EQ(lum, counts({18, 44, 253, 255, 0}));
+    EXPECT_TRUE(r3 == r && g3 == g && b3 == b);
+
+    CDibRoot image(CSize(4, 4), 24), grey(CSize(4, 4), 8);
+    proc_test::fill_random(image, 9);
+    image.SetZoneTravail(CRect(1, 1, 1, 1));
+    const uint8_t *zone = image.GetPixelPtr(1, 2);
+    EXPECT_TRUE(p.Donne_HistogrammeRouge(r.data(), &image));
+    EXPECT_EQ(r, counts({zone[0]}));
+    EXPECT_TRUE(p.Donne_Histogrammes(r.data(), g.data(), b.data(), &image));
+    EXPECT_EQ(b, counts({zone[2]}));
+    EXPECT_FALSE(p.Donne_HistogrammeLuminance(r.data(), &grey));
+    EXPECT_FALSE(p.Donne_Histogrammes(r.data(), g.data(), b.data(), nullptr));
+}
+
+// a = 655, T1 = 100, b = 64880, T2 = 99 (1 - 0.99f is just below 0.01). The low cut reaches
+// its 100 samples at level 5; the high cut stops after the 99 samples at 65535. With a high
+// count of 100 it would go on down to 64880 and 30000 would move much further.
 TEST(EgalisationHistogramme, SixteenBitCutsAreSinglePrecision)
 {
-    // a = 655, T1 = 100, b = 64880, T2 = 99 (1 - 0.99f is just below 0.01). The low cut reaches
-    // its 100 samples at level 5; the high cut stops after the 99 samples at 65535. With a high
-    // count of 100 it would go on down to 64880 and 30000 would move much further.
     CTraitementImg_16_Bpp p;
-    GuardedBuffer buf = stretch_case16();
+    Buf buf = stretch_case16();
     CRect all(0, 0, 99, 99);
     EXPECT_TRUE(p.EgalisationHistogramme(0.01f, 0.99f, 100, 100, buf.bits(), all));
-    EXPECT_EQ(buf.u16(0, 0), 0);
-    EXPECT_EQ(buf.u16(99, 0), 0);      // was 5 = low
-    EXPECT_EQ(buf.u16(0, 1), 65535);
-    EXPECT_EQ(buf.u16(50, 50), 29997); // trunc(29995 * (65535 / 65530))
-    EXPECT_TRUE(buf.padding_intact());
-    EXPECT_TRUE(buf.guards_intact());
+    EXPECT_EQ(buf.get(0, 0), 0);
+    EXPECT_EQ(buf.get(99, 0), 0); // was 5 = low
+    EXPECT_EQ(buf.get(0, 1), 65535);
+    EXPECT_EQ(buf.get(50, 50), 29997); // trunc(29995 * (65535 / 65530))
+    EXPECT_TRUE(buf.intact());
 }
 
+// Same samples in the left 100 x 100 of a 200 x 100 buffer: the counts T1 and T2 double
+// (200, 199) while the histogram still holds the rectangle only, so both cuts go further:
+// low = a = 655, high = b = 64880, 30000 -> trunc(29345 * 65535 / 64225).
 TEST(EgalisationHistogramme, PixelCountIsTheWholeBuffer)
 {
-    // Same samples in the top-left 100 x 100 of a 200 x 100 buffer: the counts T1 and T2 double
-    // (200, 199) while the histogram still holds the rectangle only, so both cuts go further.
     CTraitementImg_16_Bpp p;
-    GuardedBuffer small = stretch_case16();
-    GuardedBuffer buf(200, 100, 16);
+    Buf small = stretch_case16(), buf(200, 100, 16);
     for (long r = 0; r < 100; ++r)
         std::memcpy(buf.at(0, r), small.at(0, r), 200);
-    const auto before = buf.rows();
+    const Buf before = buf;
     CRect rc(0, 0, 99, 99);
     EXPECT_TRUE(p.EgalisationHistogramme(0.01f, 0.99f, 200, 100, buf.bits(), rc));
-    // low = a = 655, high = b = 64880: 30000 -> trunc(29345 * 65535 / 64225)
-    EXPECT_EQ(buf.u16(50, 50), 29943);
-    for (long r = 0; r < 100; ++r) // right half: outside the rectangle
-        EXPECT_EQ(std::memcmp(buf.at(100, r), &before[buf.pitch() * r + 200], 200), 0);
+    EXPECT_EQ(buf.get(50, 50), 29943);
+    proc_test::expect_in_rect(before, buf, CRect(0, 0, 99, 99), [&](int, long x, long r, int) { return buf.get(x, r); });
 }
 
-TEST(EgalisationHistogramme, NoCutStretchIsIdentity)
-{
-    CTraitementImg_8_Bpp p8;
-    GuardedBuffer b8(7, 3, 8, 5);
-    const auto before = b8.rows();
-    CRect all(0, 0, 6, 2);
-    EXPECT_TRUE(p8.EgalisationHistogramme(0.0f, 1.0f, 7, 3, b8.bits(), all));
-    EXPECT_EQ(b8.rows(), before);
-}
-
+// 3920 pixels at 100, 6080 at 101. p = 0.392: a = 100, T1 = 3920 -> low 100. q = 0.3945:
+// b = 100, T2 = 6055 -> high 101. 100 goes to 0 and 101 to 255, no ramp between.
 TEST(EgalisationHistogramme, AdjacentLimitsWriteNoRamp)
 {
-    // 100 x 100 8-bit: 3920 pixels at 100, 6080 at 101. p = 0.392: a = 100, T1 = 3920 -> low
-    // 100. q = 0.3945: b = 100, T2 = 6055 -> high 101. 100 goes to 0 and 101 to 255.
     CTraitementImg_8_Bpp p;
-    GuardedBuffer buf(100, 100, 8);
-    int n = 0;
-    for (long r = 0; r < 100; ++r)
-        for (long x = 0; x < 100; ++x, ++n)
-            *buf.at(x, r) = n < 3920 ? 100 : 101;
+    Buf buf(100, 100, 8);
+    for (int n = 0; n < 10000; ++n)
+        buf.set(n % 100, n / 100, n < 3920 ? 100 : 101);
     CRect all(0, 0, 99, 99);
     EXPECT_TRUE(p.EgalisationHistogramme(0.392f, 0.3945f, 100, 100, buf.bits(), all));
-    EXPECT_EQ(*buf.at(0, 0), 0);
-    EXPECT_EQ(*buf.at(99, 99), 255);
+    EXPECT_EQ(buf.get(0, 0), 0);
+    EXPECT_EQ(buf.get(99, 99), 255);
 }
 
-TEST(EgalisationHistogramme, AllocationFailureLeavesTheBuffer)
+TEST(EgalisationHistogramme, NoCutIsIdentityAndAllocationFailureLeavesTheBuffer)
 {
+    for (int bpp : {8, 16, 24}) {
+        Buf buf(7, 3, bpp, 5);
+        const auto before = buf.rows();
+        CRect all(0, 0, 6, 2);
+        EXPECT_TRUE(on_depth(bpp, [&](auto &t) { return t.EgalisationHistogramme(0.0f, 1.0f, 7, 3, buf.bits(), all); }));
+        EXPECT_EQ(buf.rows(), before) << bpp;
+    }
     CTraitementImg_16_Bpp p;
-    GuardedBuffer buf = stretch_case16();
+    Buf buf = stretch_case16();
     const auto before = buf.rows();
     CRect all(0, 0, 99, 99);
-    auto previous = platform::set_allocation_hook([](std::size_t n) { return n >= 65536; });
+    proc_test::FailIf fail([](std::size_t n) { return n >= 65536; });
     EXPECT_FALSE(p.EgalisationHistogramme(0.01f, 0.99f, 100, 100, buf.bits(), all));
-    platform::set_allocation_hook(previous);
     EXPECT_EQ(buf.rows(), before);
 }
 
+// 10 x 10: first byte 50 + i, second i, third 100 + i. With p = 0.05, q = 0.95 the channels'
+// limits are (12, 243), (4, 243), (12, 243): one table from 4 to 243 for all three bytes.
 TEST(EgalisationHistogramme, ColourUsesOneTableFromTheWidestLimits)
 {
-    // 10 x 10: first byte 50 + i, second i, third 100 + i. With p = 0.05, q = 0.95 the channels'
-    // limits are (12, 243), (4, 243), (12, 243): one table from 4 to 243 for all three bytes.
     CTraitementImg_24_Bpp p;
-    GuardedBuffer buf(10, 10, 24);
-    for (int i = 0; i < 100; ++i) {
-        uint8_t *px = buf.at(i % 10, i / 10);
-        px[0] = static_cast<uint8_t>(50 + i);
-        px[1] = static_cast<uint8_t>(i);
-        px[2] = static_cast<uint8_t>(100 + i);
-    }
+    Buf buf(10, 10, 24);
+    for (int i = 0; i < 100; ++i)
+        for (int c = 0; c < 3; ++c)
+            buf.set(i % 10, i / 10, (c == 0 ? 50 : c == 1 ? 0 : 100) + i, c);
+    const Buf before = buf;
     CRect all(0, 0, 9, 9);
     EXPECT_TRUE(p.EgalisationHistogramme(0.05f, 0.95f, 10, 10, buf.bits(), all));
-    auto table = [](int v) { return v <= 4 ? 0 : v >= 243 ? 255 : static_cast<int>(static_cast<float>(v - 4) * (255.0f / 239.0f)); };
-    for (int i = 0; i < 100; ++i) {
-        const uint8_t *px = buf.at(i % 10, i / 10);
-        ASSERT_EQ(px[0], table(50 + i)) << i;
-        ASSERT_EQ(px[1], table(i)) << i;
-        ASSERT_EQ(px[2], table(100 + i)) << i;
-    }
-    EXPECT_EQ(buf.at(5, 0)[1], 1); // second byte 5: the first level above the low limit
-    EXPECT_TRUE(buf.padding_intact());
+    proc_test::expect_in_rect(before, buf, all, [](int v, long, long, int) {
+        return v <= 4 ? 0 : v >= 243 ? 255 : static_cast<int>(static_cast<float>(v - 4) * (255.0f / 239.0f));
+    });
+    EXPECT_EQ(buf.get(5, 0, 1), 1); // second byte 5: the first level above the low limit
 }
 
-TEST(EgalisationHistogramme, GreyColourImageStaysGreyAndMatchesTheGreyClass)
+// A grey picture stored at 24 bits is stretched as the 8-bit class stretches it, with the
+// whole buffer's pixel count, and the image forms refuse other depths.
+TEST(EgalisationHistogramme, GreyColourImageMatchesTheGreyClass)
 {
-    GuardedBuffer grey(9, 7, 8, 21);
-    GuardedBuffer colour(9, 7, 24);
+    Buf grey(9, 7, 8, 21), colour(9, 7, 24);
     for (long r = 0; r < 7; ++r)
         for (long x = 0; x < 9; ++x)
-            std::memset(colour.at(x, r), *grey.at(x, r), 3);
+            std::memset(colour.at(x, r), grey.get(x, r), 3);
+    const Buf before = colour;
     CRect rc(1, 1, 7, 5);
     CTraitementImg_8_Bpp p8;
     CTraitementImg_24_Bpp p24;
     EXPECT_TRUE(p8.EgalisationHistogramme(0.1f, 0.9f, 9, 7, grey.bits(), rc));
     EXPECT_TRUE(p24.EgalisationHistogramme(0.1f, 0.9f, 9, 7, colour.bits(), rc));
-    for (long r = 0; r < 7; ++r)
-        for (long x = 0; x < 9; ++x)
-            for (int c = 0; c < 3; ++c)
-                ASSERT_EQ(colour.at(x, r)[c], *grey.at(x, r)) << x << "," << r;
-}
+    proc_test::expect_in_rect(before, colour, rc, [&](int, long x, long r, int) { return grey.get(x, r); });
 
-TEST(EgalisationHistogramme, ImageFormsRefuse)
-{
-    CTraitementImg_8_Bpp p8;
-    CTraitementImg_24_Bpp p24;
-    CDibRoot colour(CSize(3, 3), 24), empty;
-    lut_test::fill_random(colour, 2);
-    const auto before = lut_test::image_bytes(colour);
-    EXPECT_FALSE(p8.EgalisationHistogramme(0.1f, 0.9f, &colour));
+    CDibRoot image(CSize(3, 3), 24), empty;
+    proc_test::fill_random(image, 2);
+    const auto bytes = proc_test::image_bytes(image);
+    EXPECT_FALSE(p8.EgalisationHistogramme(0.1f, 0.9f, &image));
     EXPECT_FALSE(p8.EgalisationHistogramme(0.1f, 0.9f, nullptr));
     EXPECT_FALSE(p24.EgalisationHistogramme(0.1f, 0.9f, &empty));
-    EXPECT_EQ(lut_test::image_bytes(colour), before);
-    EXPECT_TRUE(p24.EgalisationHistogramme(0.1f, 0.9f, &colour));
+    EXPECT_EQ(proc_test::image_bytes(image), bytes);
+    EXPECT_TRUE(p24.EgalisationHistogramme(0.1f, 0.9f, &image));
 }

@@ -1,0 +1,168 @@
+// Helpers for the processing tests: a guarded pixel buffer of any depth, one processor per
+// depth behind a generic call, and whole-buffer comparisons.
+#ifndef KEVRA_TESTS_PROCESSING_PROCESSING_TEST_H
+#define KEVRA_TESTS_PROCESSING_PROCESSING_TEST_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kevra/dib.h"
+#include "kevra/platform.h"
+#include "kevra/traitement.h"
+
+namespace proc_test {
+
+using kevra::CRect;
+
+// A bottom-up buffer of the 4-byte row rule: random pixel bytes; row padding and a guard zone
+// on each side hold a sentinel, so writes outside the pixels show up in intact().
+class Buf {
+public:
+    static constexpr uint8_t kSentinel = 0xA5;
+    static constexpr long kGuard = 64;
+
+    Buf(long width, long height, int depth, uint32_t seed = 1)
+        : w(width), h(height), bpp(depth), pitch(((width * depth + 31) & ~31L) / 8),
+          m_store(static_cast<std::size_t>(2 * kGuard + pitch * height), kSentinel)
+    {
+        std::mt19937 rng(seed);
+        for (long r = 0; r < h; ++r)
+            for (long i = 0; i < w * bpp / 8; ++i)
+                bits()[r * pitch + i] = static_cast<uint8_t>(rng());
+    }
+    long w, h;
+    int bpp;
+    long pitch;
+
+    uint8_t *bits() { return m_store.data() + kGuard; }
+    const uint8_t *bits() const { return m_store.data() + kGuard; }
+    uint8_t *at(long x, long r) { return bits() + r * pitch + x * bpp / 8; }
+    int channels() const { return bpp == 24 ? 3 : 1; }
+    // Sample c of pixel (x, buffer row r): the 16-bit word at 16 bits, else byte c.
+    int get(long x, long r, int c = 0) const
+    {
+        const uint8_t *p = bits() + r * pitch + x * bpp / 8;
+        return bpp == 16 ? p[0] | p[1] << 8 : p[c];
+    }
+    void set(long x, long r, int v, int c = 0)
+    {
+        uint8_t *p = at(x, r);
+        if (bpp == 16)
+            p[1] = static_cast<uint8_t>(v >> 8);
+        p[bpp == 16 ? 0 : c] = static_cast<uint8_t>(v);
+    }
+    // The same value in every sample; picture row y is buffer row h - 1 - y.
+    void fill(int v)
+    {
+        for (long r = 0; r < h; ++r)
+            for (long x = 0; x < w; ++x)
+                for (int c = 0; c < channels(); ++c)
+                    set(x, r, v, c);
+    }
+    std::vector<uint8_t> rows() const { return std::vector<uint8_t>(bits(), bits() + pitch * h); }
+    bool intact() const
+    {
+        for (long i = 0; i < kGuard; ++i)
+            if (m_store[i] != kSentinel || m_store[m_store.size() - 1 - i] != kSentinel)
+                return false;
+        for (long r = 0; r < h; ++r)
+            for (long i = w * bpp / 8; i < pitch; ++i)
+                if (bits()[r * pitch + i] != kSentinel)
+                    return false;
+        return true;
+    }
+
+private:
+    std::vector<uint8_t> m_store;
+};
+
+// Runs f on a fresh processor of the given depth.
+template <class F>
+bool on_depth(int bpp, F &&f)
+{
+    if (bpp == 8) {
+        kevra::CTraitementImg_8_Bpp t;
+        return f(t);
+    }
+    if (bpp == 16) {
+        kevra::CTraitementImg_16_Bpp t;
+        return f(t);
+    }
+    kevra::CTraitementImg_24_Bpp t;
+    return f(t);
+}
+
+// Every sample of `after` compared with `before`: inside the inclusive picture rectangle it
+// must be want(old sample, x, buffer row, channel), outside it must be unchanged; padding and
+// guards must hold their sentinel.
+template <class F>
+void expect_in_rect(const Buf &before, const Buf &after, CRect rc, F want)
+{
+    for (long r = 0; r < after.h; ++r)
+        for (long x = 0; x < after.w; ++x)
+            for (int c = 0; c < after.channels(); ++c) {
+                const long y = after.h - 1 - r;
+                const bool in = x >= rc.left && x <= rc.right && y >= rc.top && y <= rc.bottom;
+                const int old = before.get(x, r, c);
+                ASSERT_EQ(after.get(x, r, c), in ? want(old, x, r, c) : old)
+                    << "pixel " << x << ", buffer row " << r << ", channel " << c;
+            }
+    EXPECT_TRUE(after.intact());
+}
+
+// Makes the library's allocations that `fails` selects (by size) fail while alive.
+class FailIf {
+public:
+    explicit FailIf(kevra::platform::allocation_hook fails) : m_prev(kevra::platform::set_allocation_hook(fails)) {}
+    ~FailIf() { kevra::platform::set_allocation_hook(m_prev); }
+    FailIf(const FailIf &) = delete;
+    FailIf &operator=(const FailIf &) = delete;
+
+private:
+    kevra::platform::allocation_hook m_prev;
+};
+inline bool all_sizes(std::size_t) { return true; }
+
+// "" when equal, else where the first byte differs (for differential tests).
+inline std::string first_difference(const std::vector<uint8_t> &a, const std::vector<uint8_t> &b, long pitch)
+{
+    if (a == b)
+        return "";
+    std::size_t i = 0;
+    while (i < a.size() && i < b.size() && a[i] == b[i])
+        ++i;
+    std::ostringstream s;
+    s << "byte " << i << " (row " << i / pitch << ", byte " << i % pitch << ")";
+    if (i < a.size() && i < b.size())
+        s << ": " << int(a[i]) << " vs " << int(b[i]);
+    return s.str();
+}
+
+inline void fill_random(kevra::CDibRoot &image, uint32_t seed)
+{
+    std::mt19937 rng(seed);
+    uint8_t *bits = image.GetBits();
+    for (long i = 0; i < static_cast<long>(image.Pitch()) * image.Height(); ++i)
+        bits[i] = static_cast<uint8_t>(rng());
+    image.ReleaseBits();
+}
+
+inline std::vector<uint8_t> image_bytes(kevra::CDibRoot &image)
+{
+    const uint8_t *bits = image.GetBits();
+    std::vector<uint8_t> v;
+    if (bits != nullptr)
+        v.assign(bits, bits + static_cast<long>(image.Pitch()) * image.Height());
+    image.ReleaseBits();
+    return v;
+}
+
+} // namespace proc_test
+
+#endif
