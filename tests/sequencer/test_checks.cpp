@@ -8,12 +8,10 @@
 
 using namespace seq_test;
 using kevra::CRect;
-using kevra::CSequenceur;
-using Code = CSequenceur::e_Traitements;
+using S = kevra::CSequenceur;
+using WH = std::pair<long, long>;
 
 namespace {
-
-Code code(int c) { return static_cast<Code>(c); }
 
 // Exposes the protected members for the tests.
 struct Probe : CSequenceur {
@@ -28,127 +26,90 @@ int traced_count(CSequenceur &seq, TraceFile &trace)
     std::vector<uint8_t> in(buffer_size(4, 4, 8), 7), out(in.size());
     CRect rect(0, 0, 3, 3);
     seq.FiltrerBuffer(4, 4, in.data(), 4, 4, out.data(), rect, 8);
-    const std::string first = trace.lines().at(0);
-    return std::stoi(first.substr(std::string("### FiltrerBuffer : ").size()));
+    return std::stoi(trace.lines().at(0).substr(std::string("### FiltrerBuffer : ").size()));
 }
 
 } // namespace
 
-TEST(SequencerChecks, CheckTraitementAcceptsExactlyTheCatalogue)
+TEST(SequencerChecks, OnlyTheCatalogueExists)
 {
     TraceFile trace;
     CSequenceur seq;
     for (int c = -300; c <= 300; ++c) {
         const bool known = (c >= 0 && c <= 2) || (c >= 50 && c <= 59) || (c >= 100 && c <= 104);
-        EXPECT_EQ(seq.CheckTraitement(code(c)), known) << c;
+        EXPECT_EQ(seq.CheckTraitement(static_cast<Code>(c)), known) << c;
     }
-    EXPECT_EQ(trace.text(), "");
-}
-
-TEST(SequencerChecks, UnknownCodesAreRefusedWithTheirLine)
-{
-    TraceFile trace;
-    CSequenceur seq;
+    EXPECT_EQ(trace.text(), "") << "CheckTraitement writes nothing";
+    std::vector<std::string> expected;
     for (int c : {3, 49, 60, 99, 105, -1, 1000}) {
-        EXPECT_FALSE(seq.CheckTraitement(code(c)));
-        EXPECT_FALSE(seq.CheckParams(code(c), params()));
+        EXPECT_FALSE(seq.CheckParams(static_cast<Code>(c), params()));
+        expected.push_back("ERROR : le traitement " + std::to_string(c) + " n'existe pas!");
     }
-    const std::vector<std::string> expected = {
-        "ERROR : le traitement 3 n'existe pas!",   "ERROR : le traitement 49 n'existe pas!",
-        "ERROR : le traitement 60 n'existe pas!",  "ERROR : le traitement 99 n'existe pas!",
-        "ERROR : le traitement 105 n'existe pas!", "ERROR : le traitement -1 n'existe pas!",
-        "ERROR : le traitement 1000 n'existe pas!",
-    };
     EXPECT_EQ(trace.lines(), expected);
 }
 
-TEST(SequencerChecks, StepsWithoutChecksAlwaysPass)
-{
-    TraceFile trace;
-    CSequenceur seq;
-    Params garbage;
-    for (auto &w : garbage.Mots)
-        w = 0xDEADBEEF;
-    for (Code c : {CSequenceur::e_Mirroir_Vertical, CSequenceur::e_Mirroir_Horizontal,
-                   CSequenceur::e_LUT_LuminositeContrasteGamma, CSequenceur::e_LUT_RougeVertBleu,
-                   CSequenceur::e_Pseudo3D, CSequenceur::e_Negatif, CSequenceur::e_NoirEtBlanc,
-                   CSequenceur::e_UnsharpMasking, CSequenceur::e_UnsharpMaskingCircle})
-        EXPECT_TRUE(seq.CheckParams(c, garbage)) << c;
-    EXPECT_EQ(trace.text(), "");
-}
-
-TEST(SequencerChecks, ParameterRefusalsWriteTheirExactLines)
+TEST(SequencerChecks, ParameterChecksAndTheirExactLines)
 {
     TraceFile trace;
     CSequenceur seq;
     kevra::CLUT_8_Bpp table;
-
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_QuickRotate, rotate(0)));
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_QuickRotate, rotate(2)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_QuickRotate, rotate(3)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_QuickRotate, rotate(-1)));
-
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_LUT, palette(&table, 0)));
-    for (int v : {11, 12, 21, 22, 23})
-        EXPECT_TRUE(seq.CheckParams(CSequenceur::e_LUT, palette(nullptr, v))) << v;
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_LUT, palette(nullptr, 0)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_LUT, palette(&table, 12)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_LUT, palette(nullptr, 13)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_LUT, palette(nullptr, 20)));
-
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_EgalisationHistogramme, stretch(0.0f, 1.0f)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_EgalisationHistogramme, stretch(0.5f, 0.5f)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_EgalisationHistogramme, stretch(-0.25f, 0.5f)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_EgalisationHistogramme, stretch(0.0f, 1.5f)));
-
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_Blanchiment, level(-3)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_Blanchiment, level(0)));
-
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_Saturation, percent(0)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_Saturation, percent(-1)));
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_Teinte, percent(400)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_Teinte, percent(-5)));
-
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_FiltreMedian, median(0.01, 3)));
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_FiltreMedian, median(0.99, 65535)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_FiltreMedian, median(0.5, 2)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_FiltreMedian, median(0.995, 5)));
-
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_Filtre, filter(0, 3, 1.0f)));
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_Filtre, filter(9, 3, 0.0f)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_Filtre, filter(10, 5, 1.0f)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_Filtre, filter(-1, 5, 1.0f)));
-
-    EXPECT_TRUE(seq.CheckParams(CSequenceur::e_Resample, resample(1, 1, 0)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_Resample, resample(0, 10, 1)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_Resample, resample(10, -2, 1)));
-
-    const std::vector<std::string> expected = {
-        "ERROR : Traitement e_QuickRotate, params angle(3) est invalide !",
-        "ERROR : Traitement e_QuickRotate, params angle(-1) est invalide !",
-        "ERROR : Traitement e_LUT, un des parametres Palette ou pLUT doit être initialisee!",
-        "ERROR : Traitement e_LUT, seulement un des parametres Palette ou pLUT peut être non NULL!",
-        "ERROR : Traitement e_LUT, params Palette (13) est invalide !",
-        "ERROR : Traitement e_LUT, params Palette (20) est invalide !",
-        "ERROR : Traitement e_EgalisationHistogramme, les parametres Min (0.500000), Max (0.500000) "
-        "sont invalides!",
-        "ERROR : Traitement e_EgalisationHistogramme, les parametres Min (-0.250000), Max "
-        "(0.500000) sont invalides!",
-        "ERROR : Traitement e_EgalisationHistogramme, les parametres Min (0.000000), Max (1.500000) "
-        "sont invalides!",
-        "ERROR : Traitement e_Blanchiment, le paramètre 'niveau' doit être initialisé!",
-        "ERROR : Traitement e_Saturation, le parametre pourcentage (-1) est invalide!",
-        "ERROR : Traitement e_Teinte, le parametre pourcentage (-5) est invalide!",
-        "ERROR : Traitement e_FiltreMedian, les parametres Ecart (0.500000), TailleFiltre (2) sont "
-        "invalides!",
-        "ERROR : Traitement e_FiltreMedian, les parametres Ecart (0.995000), TailleFiltre (5) sont "
-        "invalides!",
-        "ERROR : Traitement e_Filtre, le parametres NomFiltre (10) est invalide!",
-        "ERROR : Traitement e_Filtre, le parametres NomFiltre (-1) est invalide!",
-        "ERROR : Traitement e_Resample, les parametres WidthNew (0), HeighNew (10) sont invalides!",
-        "ERROR : Traitement e_Resample, les parametres WidthNew (10), HeighNew (-2) sont invalides!",
+    Params garbage;
+    for (auto &w : garbage.Mots)
+        w = 0xDEADBEEF;
+    const struct {
+        Code code;
+        Params params;
+        const char *line; // nullptr: passes
+    } cases[] = {
+        // Steps without checks take anything.
+        {S::e_Mirroir_Vertical, garbage, nullptr}, {S::e_Mirroir_Horizontal, garbage, nullptr},
+        {S::e_LUT_LuminositeContrasteGamma, garbage, nullptr}, {S::e_LUT_RougeVertBleu, garbage, nullptr},
+        {S::e_Pseudo3D, garbage, nullptr}, {S::e_Negatif, garbage, nullptr}, {S::e_NoirEtBlanc, garbage, nullptr},
+        {S::e_UnsharpMasking, garbage, nullptr}, {S::e_UnsharpMaskingCircle, garbage, nullptr},
+        {S::e_QuickRotate, rotate(0), nullptr}, {S::e_QuickRotate, rotate(2), nullptr},
+        {S::e_QuickRotate, rotate(3), "Traitement e_QuickRotate, params angle(3) est invalide !"},
+        {S::e_QuickRotate, rotate(-1), "Traitement e_QuickRotate, params angle(-1) est invalide !"},
+        {S::e_LUT, palette(&table, 0), nullptr}, {S::e_LUT, palette(nullptr, 11), nullptr},
+        {S::e_LUT, palette(nullptr, 12), nullptr}, {S::e_LUT, palette(nullptr, 21), nullptr},
+        {S::e_LUT, palette(nullptr, 22), nullptr}, {S::e_LUT, palette(nullptr, 23), nullptr},
+        {S::e_LUT, palette(nullptr, 0), "Traitement e_LUT, un des parametres Palette ou pLUT doit être initialisee!"},
+        {S::e_LUT, palette(&table, 12),
+         "Traitement e_LUT, seulement un des parametres Palette ou pLUT peut être non NULL!"},
+        {S::e_LUT, palette(nullptr, 13), "Traitement e_LUT, params Palette (13) est invalide !"},
+        {S::e_LUT, palette(nullptr, 20), "Traitement e_LUT, params Palette (20) est invalide !"},
+        {S::e_EgalisationHistogramme, stretch(0.0f, 1.0f), nullptr},
+        {S::e_EgalisationHistogramme, stretch(0.5f, 0.5f),
+         "Traitement e_EgalisationHistogramme, les parametres Min (0.500000), Max (0.500000) sont invalides!"},
+        {S::e_EgalisationHistogramme, stretch(-0.25f, 0.5f),
+         "Traitement e_EgalisationHistogramme, les parametres Min (-0.250000), Max (0.500000) sont invalides!"},
+        {S::e_EgalisationHistogramme, stretch(0.0f, 1.5f),
+         "Traitement e_EgalisationHistogramme, les parametres Min (0.000000), Max (1.500000) sont invalides!"},
+        {S::e_Blanchiment, level(-3), nullptr},
+        {S::e_Blanchiment, level(0), "Traitement e_Blanchiment, le paramètre 'niveau' doit être initialisé!"},
+        {S::e_Saturation, percent(0), nullptr},
+        {S::e_Saturation, percent(-1), "Traitement e_Saturation, le parametre pourcentage (-1) est invalide!"},
+        {S::e_Teinte, percent(400), nullptr},
+        {S::e_Teinte, percent(-5), "Traitement e_Teinte, le parametre pourcentage (-5) est invalide!"},
+        {S::e_FiltreMedian, median(0.01, 3), nullptr}, {S::e_FiltreMedian, median(0.99, 65535), nullptr},
+        {S::e_FiltreMedian, median(0.5, 2),
+         "Traitement e_FiltreMedian, les parametres Ecart (0.500000), TailleFiltre (2) sont invalides!"},
+        {S::e_FiltreMedian, median(0.995, 5),
+         "Traitement e_FiltreMedian, les parametres Ecart (0.995000), TailleFiltre (5) sont invalides!"},
+        {S::e_Filtre, filter(0, 3, 1.0f), nullptr}, {S::e_Filtre, filter(9, 3, 0.0f), nullptr},
+        {S::e_Filtre, filter(10, 5, 1.0f), "Traitement e_Filtre, le parametres NomFiltre (10) est invalide!"},
+        {S::e_Filtre, filter(-1, 5, 1.0f), "Traitement e_Filtre, le parametres NomFiltre (-1) est invalide!"},
+        {S::e_Resample, resample(1, 1, 0), nullptr},
+        {S::e_Resample, resample(0, 10, 1),
+         "Traitement e_Resample, les parametres WidthNew (0), HeighNew (10) sont invalides!"},
+        {S::e_Resample, resample(10, -2, 1),
+         "Traitement e_Resample, les parametres WidthNew (10), HeighNew (-2) sont invalides!"},
     };
-    EXPECT_EQ(trace.lines(), expected);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(::testing::Message() << "code " << c.code << ", line " << (c.line ? c.line : "none"));
+        trace.clear();
+        EXPECT_EQ(seq.CheckParams(c.code, c.params), c.line == nullptr);
+        EXPECT_EQ(trace.text(), c.line ? std::string("ERROR : ") + c.line + "\n" : "");
+    }
 }
 
 // Unlike every other refusal, a kernel below 3 taps is refused silently.
@@ -156,34 +117,26 @@ TEST(SequencerChecks, FilterBelowThreeTapsIsRefusedWithoutALine)
 {
     TraceFile trace;
     CSequenceur seq;
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_Filtre, filter(1, 2, 1.0f)));
-    EXPECT_FALSE(seq.CheckParams(CSequenceur::e_Filtre, filter(0, 0, 1.0f)));
+    EXPECT_FALSE(seq.CheckParams(S::e_Filtre, filter(1, 2, 1.0f)));
+    EXPECT_FALSE(seq.CheckParams(S::e_Filtre, filter(0, 0, 1.0f)));
     EXPECT_EQ(trace.text(), "");
 }
 
-TEST(SequencerChecks, RefusedStepsLeaveTheListUnchanged)
+TEST(SequencerChecks, RefusedStepsAndAllocationFailuresLeaveTheListUnchanged)
 {
     TraceFile trace;
     Probe seq;
     EXPECT_FALSE(seq.IsOK());
-    EXPECT_FALSE(seq.AddTraitement(CSequenceur::e_Resample, resample(0, 0, 0)));
+    EXPECT_FALSE(seq.AddTraitement(S::e_Resample, resample(0, 0, 0)));
     EXPECT_FALSE(seq.IsOK());
-    EXPECT_TRUE(seq.AddTraitement(CSequenceur::e_Negatif, params()));
-    EXPECT_FALSE(seq.AddTraitement(CSequenceur::e_QuickRotate, rotate(7)));
-    EXPECT_FALSE(seq.AddTraitement(code(77), params()));
-    EXPECT_TRUE(seq.IsOK());
-    EXPECT_EQ(traced_count(seq, trace), 1);
-}
-
-TEST(SequencerChecks, AllocationFailureLeavesTheListUnchanged)
-{
-    TraceFile trace;
-    CSequenceur seq;
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Negatif, params()));
+    EXPECT_TRUE(seq.AddTraitement(S::e_Negatif, params()));
+    EXPECT_FALSE(seq.AddTraitement(S::e_QuickRotate, rotate(7)));
+    EXPECT_FALSE(seq.AddTraitement(static_cast<Code>(77), params()));
     {
-        kevra_test::FailAllocations fail;
-        EXPECT_FALSE(seq.AddTraitement(CSequenceur::e_Mirroir_Vertical, params()));
+        FailAllocations fail;
+        EXPECT_FALSE(seq.AddTraitement(S::e_Mirroir_Vertical, params()));
     }
+    EXPECT_TRUE(seq.IsOK());
     EXPECT_EQ(traced_count(seq, trace), 1);
 }
 
@@ -191,27 +144,21 @@ TEST(SequencerChecks, OrderingKeepsTheFirstOfEachCodeInTheFixedOrder)
 {
     TraceFile trace;
     Probe seq;
-    EXPECT_FALSE(seq.OrderTraitements()); // nothing to order
+    EXPECT_FALSE(seq.OrderTraitements()) << "nothing to order";
     // Added in reverse order, with duplicates whose parameters differ.
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Resample, resample(8, 6, 0)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Negatif, params()));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_QuickRotate, rotate(0)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Resample, resample(20, 30, 0)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_QuickRotate, rotate(1)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Mirroir_Vertical, params()));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Negatif, params()));
-
+    ASSERT_TRUE(add_steps(seq, {{S::e_Resample, resample(8, 6, 0)}, {S::e_Negatif, params()},
+                                {S::e_QuickRotate, rotate(0)}, {S::e_Resample, resample(20, 30, 0)},
+                                {S::e_QuickRotate, rotate(1)}, {S::e_Mirroir_Vertical, params()},
+                                {S::e_Negatif, params()}}));
     long w = 0, h = 0;
     // Unordered walk: resample to 8x6, turn (6x8), resample 20x30, 180 (20x30).
     ASSERT_TRUE(seq.DonneTailleFinale(4, 3, w, h));
-    EXPECT_EQ(w, 20);
-    EXPECT_EQ(h, 30);
+    EXPECT_EQ(WH(w, h), WH(20, 30));
 
     ASSERT_TRUE(seq.OrderTraitements());
     // Ordered and deduplicated: mirror, turn by 90 (3x4), resample to 8x6, negative.
     ASSERT_TRUE(seq.DonneTailleFinale(4, 3, w, h));
-    EXPECT_EQ(w, 8);
-    EXPECT_EQ(h, 6);
+    EXPECT_EQ(WH(w, h), WH(8, 6));
 
     trace.clear();
     std::vector<uint8_t> in(buffer_size(4, 3, 8), 9), out(buffer_size(8, 6, 8), 0);
@@ -228,47 +175,41 @@ TEST(SequencerChecks, OrderingKeepsTheFirstOfEachCodeInTheFixedOrder)
         "Traitement=e_Negatif",
     };
     EXPECT_EQ(steps, expected);
-    EXPECT_EQ(trace.lines().at(0), "### FiltrerBuffer : 4 traitements demandés sur une image 8 bits "
-                                   "de 4 x 3 pixels.");
+    EXPECT_EQ(trace.lines().at(0), "### FiltrerBuffer : 4 traitements demandés sur une image 8 bits de 4 x 3 pixels.");
+
+    // A run leaves the list ordered and deduplicated.
+    CSequenceur negatives;
+    for (int i = 0; i < 255; ++i)
+        ASSERT_TRUE(negatives.AddTraitement(S::e_Negatif, params()));
+    EXPECT_EQ(traced_count(negatives, trace), 255);
+    EXPECT_EQ(traced_count(negatives, trace), 1);
 }
 
 TEST(SequencerChecks, FinalSizeEdgeCases)
 {
     TraceFile trace;
     long w = -1, h = -1;
-    {
-        CSequenceur empty;
-        EXPECT_FALSE(empty.DonneTailleFinale(640, 480, w, h));
-        EXPECT_EQ(w, 640);
-        EXPECT_EQ(h, 480);
-    }
-    {
-        CSequenceur seq;
-        seq.AddTraitement(CSequenceur::e_QuickRotate, rotate(0));
-        EXPECT_TRUE(seq.DonneTailleFinale(640, 480, w, h));
-        EXPECT_EQ(w, 480);
-        EXPECT_EQ(h, 640);
-        seq.AddTraitement(CSequenceur::e_QuickRotate, rotate(2));
-        seq.AddTraitement(CSequenceur::e_QuickRotate, rotate(1));
-        EXPECT_TRUE(seq.DonneTailleFinale(640, 480, w, h));
-        EXPECT_EQ(w, 640);
-        EXPECT_EQ(h, 480);
-    }
-    {
-        // Every code but the turn and the resampling keeps the size.
-        CSequenceur seq;
-        kevra::CLUT_8_Bpp table;
-        seq.AddTraitement(CSequenceur::e_Mirroir_Horizontal, params());
-        seq.AddTraitement(CSequenceur::e_LUT, palette(&table, 0));
-        seq.AddTraitement(CSequenceur::e_Teinte, percent(3));
-        seq.AddTraitement(CSequenceur::e_FiltreMedian, median(0.2, 3));
-        seq.AddTraitement(CSequenceur::e_Filtre, filter(1, 3, 1.0f));
-        seq.AddTraitement(CSequenceur::e_UnsharpMasking, params());
-        seq.AddTraitement(CSequenceur::e_UnsharpMaskingCircle, params());
-        EXPECT_TRUE(seq.DonneTailleFinale(33, 17, w, h));
-        EXPECT_EQ(w, 33);
-        EXPECT_EQ(h, 17);
-    }
+    CSequenceur empty;
+    EXPECT_FALSE(empty.DonneTailleFinale(640, 480, w, h));
+    EXPECT_EQ(WH(w, h), WH(640, 480)) << "the outputs are set first";
+
+    CSequenceur turns;
+    turns.AddTraitement(S::e_QuickRotate, rotate(0));
+    EXPECT_TRUE(turns.DonneTailleFinale(640, 480, w, h));
+    EXPECT_EQ(WH(w, h), WH(480, 640));
+    ASSERT_TRUE(add_steps(turns, {{S::e_QuickRotate, rotate(2)}, {S::e_QuickRotate, rotate(1)}}));
+    EXPECT_TRUE(turns.DonneTailleFinale(640, 480, w, h));
+    EXPECT_EQ(WH(w, h), WH(640, 480));
+
+    // Every code but the turn and the resampling keeps the size.
+    CSequenceur seq;
+    kevra::CLUT_8_Bpp table;
+    ASSERT_TRUE(add_steps(seq, {{S::e_Mirroir_Horizontal, params()}, {S::e_LUT, palette(&table, 0)},
+                                {S::e_Teinte, percent(3)}, {S::e_FiltreMedian, median(0.2, 3)},
+                                {S::e_Filtre, filter(1, 3, 1.0f)}, {S::e_UnsharpMasking, params()},
+                                {S::e_UnsharpMaskingCircle, params()}}));
+    EXPECT_TRUE(seq.DonneTailleFinale(33, 17, w, h));
+    EXPECT_EQ(WH(w, h), WH(33, 17));
     EXPECT_EQ(trace.text(), "");
 }
 
@@ -279,34 +220,19 @@ TEST(SequencerChecks, TheTwoHundredFiftySixthStepWrapsTheCount)
     TraceFile trace;
     Probe seq;
     for (int i = 0; i < 255; ++i)
-        ASSERT_TRUE(seq.AddTraitement(i % 2 == 0 ? CSequenceur::e_Negatif
-                                                 : CSequenceur::e_Mirroir_Vertical,
-                                      params()));
+        ASSERT_TRUE(seq.AddTraitement(i % 2 == 0 ? S::e_Negatif : S::e_Mirroir_Vertical, params()));
     long w = 0, h = 0;
     EXPECT_TRUE(seq.DonneTailleFinale(5, 4, w, h));
 
-    EXPECT_TRUE(seq.AddTraitement(CSequenceur::e_QuickRotate, rotate(0)));
-    EXPECT_TRUE(seq.IsOK()); // the arrays exist, with no entry
+    EXPECT_TRUE(seq.AddTraitement(S::e_QuickRotate, rotate(0)));
+    EXPECT_TRUE(seq.IsOK()) << "the arrays exist, with no entry";
     EXPECT_FALSE(seq.DonneTailleFinale(5, 4, w, h));
-    EXPECT_EQ(w, 5);
-    EXPECT_EQ(h, 4);
+    EXPECT_EQ(WH(w, h), WH(5, 4));
     EXPECT_FALSE(seq.OrderTraitements());
     EXPECT_EQ(traced_count(seq, trace), 0);
 
-    EXPECT_TRUE(seq.AddTraitement(CSequenceur::e_QuickRotate, rotate(0)));
+    EXPECT_TRUE(seq.AddTraitement(S::e_QuickRotate, rotate(0)));
     EXPECT_TRUE(seq.DonneTailleFinale(5, 4, w, h));
-    EXPECT_EQ(w, 4);
-    EXPECT_EQ(h, 5);
-    EXPECT_EQ(traced_count(seq, trace), 1);
-}
-
-TEST(SequencerChecks, ALongChainRunsOnceEachCode)
-{
-    TraceFile trace;
-    CSequenceur seq;
-    for (int i = 0; i < 255; ++i)
-        ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Negatif, params()));
-    EXPECT_EQ(traced_count(seq, trace), 255);
-    // The run deduplicated the list: one negative, so the image came out negated once.
+    EXPECT_EQ(WH(w, h), WH(4, 5));
     EXPECT_EQ(traced_count(seq, trace), 1);
 }

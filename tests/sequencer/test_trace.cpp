@@ -13,7 +13,7 @@
 
 using namespace seq_test;
 using kevra::CRect;
-using kevra::CSequenceur;
+using S = kevra::CSequenceur;
 
 TEST(SequencerTrace, NoFileAtTheFirstLineMeansNoTraceForTheProcess)
 {
@@ -22,25 +22,19 @@ TEST(SequencerTrace, NoFileAtTheFirstLineMeansNoTraceForTheProcess)
     kevra_test::write_file(trace.path(), {});
     CSequenceur::TraceAppels(L"second", false, true);
     CSequenceur seq;
-    seq.CheckParams(static_cast<CSequenceur::e_Traitements>(3), params());
+    seq.CheckParams(static_cast<Code>(3), params());
     EXPECT_EQ(trace.text(), "");
 }
 
-TEST(SequencerTrace, LinesAreUtf8WithTheErrorPrefix)
+// Once on, the trace stays on: a removed file is made again by the next line.
+TEST(SequencerTrace, LinesAreUtf8WithTheErrorPrefixAndTheDecisionStays)
 {
     TraceFile trace;
     CSequenceur::TraceAppels(L"Zone traitée", false, false);
     CSequenceur::TraceAppels(L"paramètre invalide", true, true);
     CSequenceur::TraceAppels(nullptr, true, false);
     EXPECT_EQ(trace.text(), "Zone trait\xC3\xA9" "e\nERROR : param\xC3\xA8tre invalide\n\n");
-}
-
-TEST(SequencerTrace, TheDecisionIsNotRevisited)
-{
-    TraceFile trace;
-    CSequenceur::TraceAppels(L"un", false, false);
     std::remove(trace.path().c_str());
-    // Still on: the next line makes the file again.
     CSequenceur::TraceAppels(L"deux", false, false);
     EXPECT_EQ(trace.text(), "deux\n");
 }
@@ -71,19 +65,14 @@ TEST(SequencerTrace, ExactFileOfAGreyRun)
     TraceFile trace;
     FakeTicks ticks(1000, 5);
     CSequenceur seq;
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT_LuminositeContrasteGamma, tone(0.5f, 1.0f, 1.0f)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Negatif, params()));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Filtre, filter(0, 3, 1.0f)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_QuickRotate, rotate(0)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT, palette(nullptr, 12)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT_RougeVertBleu, levels(10, 20, 30)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_EgalisationHistogramme, stretch(0.1f, 0.9f)));
-
-    kevra::CDibRoot image(kevra::CSize(6, 4), 8);
-    randomise(image, 3);
+    ASSERT_TRUE(add_steps(seq, {{S::e_LUT_LuminositeContrasteGamma, tone(0.5f, 1.0f, 1.0f)}, {S::e_Negatif, params()},
+                                {S::e_Filtre, filter(0, 3, 1.0f)}, {S::e_QuickRotate, rotate(0)},
+                                {S::e_LUT, palette(nullptr, 12)}, {S::e_LUT_RougeVertBleu, levels(10, 20, 30)},
+                                {S::e_EgalisationHistogramme, stretch(0.1f, 0.9f)}}));
+    RandomImage image(6, 4, 8, 3);
     std::vector<uint8_t> out(buffer_size(4, 6, 8));
     CRect rect(0, 0, 5, 3);
-    ASSERT_TRUE(seq.FiltrerBuffer(6, 4, image.GetBits(), 4, 6, out.data(), rect, 8));
+    ASSERT_TRUE(seq.FiltrerBuffer(6, 4, image.image.GetBits(), 4, 6, out.data(), rect, 8));
 
     EXPECT_EQ(trace.text(),
               "### FiltrerBuffer : 7 traitements demandés sur une image 8 bits de 6 x 4 pixels.\n"
@@ -115,21 +104,13 @@ TEST(SequencerTrace, ExactFileOfAColourRun)
     FakeTicks ticks(0xFFFFFFF0u, 9); // the clock wraps during the run: differences stay 9
     kevra::CLUT_24_Bpp table(kevra::e_Palette21);
     CSequenceur seq;
-    Params circle = unsharp(1.5f, 0.25f, 0.125f, 2.0f, 3.0f);
-    circle.X = 4;
-    circle.Y = 3;
-    circle.Radius = 2;
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_UnsharpMaskingCircle, circle));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_FiltreMedian, median(0.25, 3)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Resample, resample(4, 3, 1)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT, palette(&table, 0)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_NoirEtBlanc, params()));
-
-    kevra::CDibRoot image(kevra::CSize(8, 6), 24);
-    randomise(image, 4);
+    ASSERT_TRUE(add_steps(seq, {{S::e_UnsharpMaskingCircle, unsharp(1.5f, 0.25f, 0.125f, 2.0f, 3.0f, 4, 3, 2)},
+                                {S::e_FiltreMedian, median(0.25, 3)}, {S::e_Resample, resample(4, 3, 1)},
+                                {S::e_LUT, palette(&table, 0)}, {S::e_NoirEtBlanc, params()}}));
+    RandomImage image(8, 6, 24, 4);
     std::vector<uint8_t> out(buffer_size(4, 3, 24));
     CRect rect(1, 1, 6, 4);
-    ASSERT_TRUE(seq.FiltrerBuffer(8, 6, image.GetBits(), 4, 3, out.data(), rect, 24));
+    ASSERT_TRUE(seq.FiltrerBuffer(8, 6, image.image.GetBits(), 4, 3, out.data(), rect, 24));
 
     std::ostringstream pointer;
     pointer << std::hex << std::uppercase << reinterpret_cast<uintptr_t>(&table);
@@ -160,7 +141,7 @@ TEST(SequencerTrace, ExactFileOfARefusedRun)
 {
     TraceFile trace;
     CSequenceur seq;
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Negatif, params()));
+    ASSERT_TRUE(seq.AddTraitement(S::e_Negatif, params()));
     std::vector<uint8_t> in(buffer_size(6, 4, 8), 1), out(in.size(), 0x5A);
     CRect rect(2, 0, 2, 3); // one pixel wide: refused
     EXPECT_FALSE(seq.FiltrerBuffer(6, 4, in.data(), 6, 4, out.data(), rect, 8));
@@ -179,9 +160,8 @@ TEST(SequencerTrace, FailedStepEndsTheRunAndTheTableIsNotApplied)
     TraceFile trace;
     FakeTicks ticks(0, 1);
     CSequenceur seq;
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Saturation, percent(10)));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_Negatif, params()));
-    ASSERT_TRUE(seq.AddTraitement(CSequenceur::e_LUT_LuminositeContrasteGamma, tone(0, 2, 1)));
+    ASSERT_TRUE(add_steps(seq, {{S::e_Saturation, percent(10)}, {S::e_Negatif, params()},
+                                {S::e_LUT_LuminositeContrasteGamma, tone(0, 2, 1)}}));
     std::vector<uint8_t> in(buffer_size(5, 5, 8), 1), out(in.size(), 0x5A);
     CRect rect(0, 0, 4, 4);
     EXPECT_FALSE(seq.FiltrerBuffer(5, 5, in.data(), 5, 5, out.data(), rect, 8));
