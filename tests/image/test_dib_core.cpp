@@ -1,3 +1,5 @@
+// The image object: creation, geometry, working zone, sharing and copying,
+// and the conversion between the two grey depths.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -17,92 +19,63 @@ public:
     CxImage * store() { return Donne_pCxImage(); }
 };
 
-void expect_grey_ramp(CDibRoot & dib, int entries, int step)
+uint16_t sample16(CDibRoot & d, int x, int y)
 {
-    const uint8_t * pal = dib.GetBits() - entries * 4;
-    for (int i = 0; i < entries; ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(pal[4 * i], step * i);
-        EXPECT_EQ(pal[4 * i + 1], step * i);
-        EXPECT_EQ(pal[4 * i + 2], step * i);
-    }
+    const uint8_t * p = d.GetPixelPtr(x, y);
+    return static_cast<uint16_t>(p[0] | (p[1] << 8));
 }
 
 } // namespace
 
-TEST(DibCore, CreateRoundsBitCount)
+// Creation rounds the depth; 1 and 4 bits get a black palette, the grey ramp
+// (255 / (entries - 1) per step) only on request.
+TEST(DibCore, CreateRoundsBitCountAndSetsThePalette)
 {
-    CDibRoot a(CSize(4, 2), 12);
-    EXPECT_EQ(a.BitCount(), 16);
-    expect_grey_ramp(a, 256, 1);
-    EXPECT_TRUE(a.IsGrayScale());
-
-    CDibRoot b(CSize(4, 2), 0);
-    EXPECT_EQ(b.BitCount(), 1);
-    expect_grey_ramp(b, 2, 0); // both entries black
-    CDibRoot c(CSize(4, 2), 32);
-    EXPECT_EQ(c.BitCount(), 24);
-    EXPECT_FALSE(c.IsGrayScale());
-    CDibRoot d(CSize(4, 2), 3);
-    EXPECT_EQ(d.BitCount(), 4);
-    EXPECT_EQ(d.GetInfo()->bmiHeader.biClrUsed, 16u);
-}
-
-TEST(DibCore, GreyRampSteps)
-{
-    CDibRoot four(CSize(3, 3), 4);
-    four.SetGrayPalette();
-    expect_grey_ramp(four, 16, 17);
-    CDibRoot one(CSize(3, 3), 1);
-    one.SetGrayPalette();
-    const uint8_t * pal = one.GetBits() - 8;
-    EXPECT_EQ(pal[0], 0);
-    EXPECT_EQ(pal[4], 255);
+    struct Case {
+        unsigned short asked, bpp;
+        int entries, created_step, ramp_step;
+    };
+    const Case cases[] = {{0, 1, 2, 0, 255}, {3, 4, 16, 0, 17}, {8, 8, 256, 1, 1}, {12, 16, 256, 1, 1}, {32, 24, 0, 0, 0}};
+    for (const Case & c : cases) {
+        SCOPED_TRACE(c.asked);
+        CDibRoot d(CSize(4, 2), c.asked);
+        EXPECT_EQ(d.BitCount(), c.bpp);
+        EXPECT_EQ(d.GetInfo()->bmiHeader.biClrUsed, static_cast<unsigned>(c.entries));
+        EXPECT_EQ(d.IsGrayScale(), c.entries == 256);
+        for (int step : {c.created_step, c.ramp_step}) {
+            const uint8_t * pal = d.GetBits() - c.entries * 4;
+            for (int i = 0; i < c.entries; ++i)
+                ASSERT_TRUE(pal[4 * i] == step * i && pal[4 * i + 1] == step * i && pal[4 * i + 2] == step * i) << i;
+            d.SetGrayPalette();
+        }
+    }
     CDibRoot eight(CSize(3, 3), 8);
-    EXPECT_TRUE(eight.IsGrayScale());
     eight.GetBits()[-4 * 256 + 4 * 7 + 1] = 0; // entry 7 green
     EXPECT_FALSE(eight.IsGrayScale());
 }
 
-TEST(DibCore, PitchAndSizes)
+// Width 21 pads every depth's rows; pixel (9, 1) is addressed on the pitch.
+TEST(DibCore, PitchSizesAndPixelAddresses)
 {
-    CDibRoot c24(CSize(5, 3), 24), c16(CSize(5, 3), 16), c8(CSize(5, 3), 8);
-    EXPECT_EQ(c24.Pitch(), 16);
-    EXPECT_EQ(c24.SizeImage(), 48u);
-    EXPECT_EQ(c16.Pitch(), 12);
-    EXPECT_EQ(c8.Pitch(), 8);
-    EXPECT_EQ(c8.ScanBytes(1, 1), 4);
-    EXPECT_EQ(c8.ScanBytes(33, 1), 8);
-    EXPECT_EQ(c24.XOffset(3), 9);
-    EXPECT_EQ(c16.YOffset(2), 24);
-    EXPECT_EQ(c24.Rect(), CRect(0, 0, 5, 3));
-    EXPECT_EQ(c24.Size(), CSize(5, 3));
-    EXPECT_EQ(c24.GetXPelsPerMeter(), 2835u);
-    EXPECT_EQ(c24.GetYPelsPerMeter(), 2835u);
-    const tagBITMAPINFOHEADER & h = c8.GetInfo()->bmiHeader;
-    EXPECT_EQ(h.biSize, 40u);
-    EXPECT_EQ(h.biPlanes, 1);
-    EXPECT_EQ(h.biClrUsed, 256u);
-    EXPECT_EQ(h.biSizeImage, 24u);
-}
-
-TEST(DibCore, PixelAddresses)
-{
-    CDibRoot c1(CSize(20, 2), 1), c4(CSize(20, 2), 4), c16(CSize(20, 2), 16), c24(CSize(20, 2), 24);
-    EXPECT_EQ(c1.GetPixelPtr(9, 1) - c1.GetBits(), 4 + 1);
-    EXPECT_EQ(c4.GetPixelPtr(9, 1) - c4.GetBits(), 12 + 4);
-    EXPECT_EQ(c16.GetPixelPtr(9, 1) - c16.GetBits(), 40 + 18);
-    EXPECT_EQ(c24.GetPixelPtr(9, 1) - c24.GetBits(), 60 + 27);
-    EXPECT_EQ(c16.GetPixelPtr(0, 0), c16.GetBits());
+    const struct {
+        unsigned short bpp;
+        int pitch, pixel_9_1;
+    } cases[] = {{1, 4, 4 + 1}, {4, 12, 12 + 4}, {8, 24, 24 + 9}, {16, 44, 44 + 18}, {24, 64, 64 + 27}};
+    for (const auto & c : cases) {
+        SCOPED_TRACE(c.bpp);
+        CDibRoot d(CSize(21, 3), c.bpp);
+        EXPECT_EQ(d.Pitch(), c.pitch);
+        EXPECT_EQ(d.SizeImage(), 3u * c.pitch);
+        EXPECT_EQ(d.XOffset(9), (9 * c.bpp) >> 3);
+        EXPECT_EQ(d.YOffset(2), 2 * c.pitch);
+        EXPECT_EQ(d.GetPixelPtr(9, 1) - d.GetBits(), c.pixel_9_1);
+    }
 }
 
 TEST(DibCore, EmptyImage)
 {
-    CDibRoot e;
-    EXPECT_EQ(e.Width(), 0);
-    EXPECT_EQ(e.Height(), 0);
-    EXPECT_EQ(e.BitCount(), 0);
-    EXPECT_EQ(e.Pitch(), 0);
+    CDibRoot e, src(CSize(2, 2), 8);
+    EXPECT_EQ(e.Width() + e.Height() + e.BitCount() + e.Pitch(), 0);
     EXPECT_EQ(e.GetXPelsPerMeter(), 0u);
     EXPECT_EQ(e.GetBits(), nullptr);
     EXPECT_EQ(e.GetInfo(), nullptr);
@@ -112,71 +85,56 @@ TEST(DibCore, EmptyImage)
     EXPECT_FALSE(e.IsGrayScale());
     CPoint p(0, 0);
     EXPECT_FALSE(e.PointInSelection(p));
-    CDibRoot src(CSize(2, 2), 8);
     EXPECT_FALSE(e.Copy(src, true, true, true));
     EXPECT_EQ(e.Width(), 0);
 }
 
-TEST(DibCore, WorkingZoneIsNormalisedAndClamped)
+// The zone is normalised and clamped; PointInSelection only asks whether the
+// point lies in the image, whatever the zone.
+TEST(DibCore, WorkingZoneAndPointInSelection)
 {
-    CDibRoot d(CSize(100, 100), 8);
-    EXPECT_EQ(d.BoundingRectangle(), CRect(0, 0, 99, 99));
+    CDibRoot d(CSize(100, 50), 8);
+    EXPECT_EQ(d.BoundingRectangle(), CRect(0, 0, 99, 49));
     d.SetZoneTravail(CRect(50, 40, -10, 500));
-    EXPECT_EQ(d.BoundingRectangle(), CRect(0, 40, 50, 99));
+    EXPECT_EQ(d.BoundingRectangle(), CRect(0, 40, 50, 49));
+    CPoint inside[] = {{0, 0}, {99, 49}}, outside[] = {{100, 0}, {0, 50}, {-1, 0}};
+    for (CPoint & p : inside)
+        EXPECT_TRUE(d.PointInSelection(p));
+    for (CPoint & p : outside)
+        EXPECT_FALSE(d.PointInSelection(p));
 }
 
-TEST(DibCore, PointInSelectionIgnoresTheZone)
-{
-    CDibRoot d(CSize(10, 5), 24);
-    d.SetZoneTravail(CRect(5, 2, 6, 3));
-    CPoint origin(0, 0), right(10, 0), below(0, 5), last(9, 4), neg(-1, 0);
-    EXPECT_TRUE(d.PointInSelection(origin));
-    EXPECT_TRUE(d.PointInSelection(last));
-    EXPECT_FALSE(d.PointInSelection(right));
-    EXPECT_FALSE(d.PointInSelection(below));
-    EXPECT_FALSE(d.PointInSelection(neg));
-}
-
-TEST(DibCore, AssignmentSharesOneStore)
+TEST(DibCore, AssignmentSharesOneStoreAndSwapExchangesStores)
 {
     CDibRoot b(CSize(3, 2), 8);
     {
         CDibRoot a;
         a = b;
-        EXPECT_EQ(a.GetBits(), b.GetBits());
         a.GetBits()[0] = 77;
-        EXPECT_EQ(b.GetBits()[0], 77);
         CDibRoot c(a); // the plain copy shares too
         EXPECT_EQ(c.GetBits(), b.GetBits());
     }
     // The other handles are gone; b's store is still alive and intact.
-    EXPECT_TRUE(b.IsOK());
+    ASSERT_TRUE(b.IsOK());
     EXPECT_EQ(b.GetBits()[0], 77);
     // Re-creating one handle detaches it only.
     CDibRoot a;
     a = b;
     a.Create(CSize(7, 7), 24);
     EXPECT_EQ(b.Width(), 3);
-    EXPECT_EQ(a.Width(), 7);
-    CDib x(2, 2, 8), y;
-    y = x;
-    EXPECT_EQ(x.GetBits(), y.GetBits());
+
+    CDibRoot other(CSize(9, 2), 24);
+    b.SetZoneTravail(CRect(1, 1, 2, 1));
+    b.SwapImage(other);
+    EXPECT_EQ(b.Size(), CSize(9, 2));
+    EXPECT_EQ(b.BoundingRectangle(), CRect(0, 0, 8, 1));
+    EXPECT_EQ(other.Size(), CSize(3, 2));
+    EXPECT_EQ(other.BoundingRectangle(), CRect(1, 1, 2, 1));
 }
 
-TEST(DibCore, SwapImageExchangesStores)
-{
-    CDibRoot a(CSize(4, 3), 8), b(CSize(9, 2), 24);
-    a.SetZoneTravail(CRect(1, 1, 2, 2));
-    a.SwapImage(b);
-    EXPECT_EQ(a.Width(), 9);
-    EXPECT_EQ(a.BitCount(), 24);
-    EXPECT_EQ(a.BoundingRectangle(), CRect(0, 0, 8, 1));
-    EXPECT_EQ(b.Width(), 4);
-    EXPECT_EQ(b.BitCount(), 8);
-    EXPECT_EQ(b.BoundingRectangle(), CRect(1, 1, 2, 2));
-}
-
-TEST(DibCore, CopyAndCopyingConstructors)
+// A copy duplicates block, zone and resolution; a 16-bit copy builds the
+// grey view of high bytes, which ReleaseBits discards.
+TEST(DibCore, CopyAndCopyingConstructorsDuplicate)
 {
     CDibRoot src(CSize(5, 3), 16);
     for (long i = 0; i < src.Pitch() * src.Height(); ++i)
@@ -185,57 +143,28 @@ TEST(DibCore, CopyAndCopyingConstructors)
     src.SetXPelsPerMeter(1000);
     src.SetYPelsPerMeter(2000);
 
-    CDibRoot dst(CSize(1, 1), 24);
+    DibProbe dst(CSize(1, 1), 24);
     ASSERT_TRUE(dst.Copy(src, true, true, true));
     EXPECT_EQ(dst.BitCount(), 16);
-    EXPECT_EQ(dst.Width(), 5);
-    EXPECT_EQ(0, std::memcmp(dst.GetBits(), src.GetBits(), 36));
     EXPECT_NE(dst.GetBits(), src.GetBits());
+    EXPECT_EQ(0, std::memcmp(dst.GetBits() - 1024, src.GetBits() - 1024, 1024 + 36));
     EXPECT_EQ(dst.BoundingRectangle(), CRect(1, 1, 3, 2));
     EXPECT_EQ(dst.GetXPelsPerMeter(), 1000u);
     EXPECT_EQ(dst.GetYPelsPerMeter(), 2000u);
-
-    CDibRoot noPixels(src, false, false, false);
-    EXPECT_EQ(noPixels.Width(), 5);
-    EXPECT_EQ(noPixels.BitCount(), 16);
-    EXPECT_TRUE(noPixels.IsGrayScale());
+    // The resolution setters change the header only, not the store's 72 dpi.
+    EXPECT_EQ(dst.store()->x_dpi(), 72);
+    const uint8_t * view = dst.store()->grey_view();
+    ASSERT_NE(view, nullptr);
+    EXPECT_EQ(view[1], src.GetBits()[3]);
+    EXPECT_EQ(view[8 + 4], src.GetBits()[12 + 9]);
+    dst.ReleaseBits();
+    EXPECT_EQ(dst.store()->grey_view(), nullptr);
 
     CDib cd(5, 3, 24);
     cd.GetBits()[4] = 9;
-    CDib deep(cd);
+    CDib deep(cd), deepFromPtr(&cd);
     EXPECT_NE(deep.GetBits(), cd.GetBits());
-    EXPECT_EQ(deep.GetBits()[4], 9);
-    CDib deepFromPtr(&cd);
-    EXPECT_EQ(deepFromPtr.GetBits()[4], 9);
-}
-
-TEST(DibCore, SixteenBitCopyBuildsTheGreyView)
-{
-    DibProbe src(CSize(3, 2), 16);
-    uint8_t * bits = src.GetBits();
-    bits[0] = 0x34;
-    bits[1] = 0x12;
-    bits[2] = 0xFF;
-    bits[3] = 0xAB;
-    DibProbe dst(CSize(1, 1), 8);
-    ASSERT_TRUE(dst.Copy(src, true, false, false));
-    const uint8_t * view = dst.store()->grey_view();
-    ASSERT_NE(view, nullptr);
-    EXPECT_EQ(view[0], 0x12);
-    EXPECT_EQ(view[1], 0xAB);
-    dst.ReleaseBits();
-    EXPECT_EQ(dst.store()->grey_view(), nullptr);
-}
-
-TEST(DibCore, ResolutionSettersTouchHeaderOnly)
-{
-    DibProbe d(CSize(2, 2), 8);
-    d.SetXPelsPerMeter(3937);
-    EXPECT_EQ(d.GetXPelsPerMeter(), 3937u);
-    EXPECT_EQ(d.store()->x_dpi(), 72);
-    EXPECT_EQ(detail::dpi_to_pels(72), 2835);
-    EXPECT_EQ(detail::dpi_to_pels(300), 11811);
-    EXPECT_EQ(detail::pels_to_dpi(2835), 72);
+    EXPECT_EQ(deep.GetBits()[4] + deepFromPtr.GetBits()[4], 18);
 }
 
 TEST(DibCore, CreateFailsCleanly)
@@ -246,7 +175,6 @@ TEST(DibCore, CreateFailsCleanly)
         EXPECT_FALSE(d.Create(CSize(100, 100), 8));
     }
     EXPECT_FALSE(d.IsOK());
-    EXPECT_EQ(d.GetBits(), nullptr);
     {
         kevra_test::FailAllocations fail;
         EXPECT_FALSE(d.Create(CSize(10, 10), 8));
@@ -257,4 +185,55 @@ TEST(DibCore, CreateFailsCleanly)
     EXPECT_FALSE(d.Create(CSize(-5, 10), 8));
     EXPECT_FALSE(d.Create(CSize(0x7FFFFFFF, 0x7FFFFFFF), 24));
     EXPECT_FALSE(d.IsOK());
+}
+
+// 8 to 16 bits multiplies by 256 (not 257), 16 to 8 keeps the high byte
+// (no rounding); 5 pixels a row are converted and the padding stays.
+TEST(ConvertBpp, PlainScalingBothWaysLeavesPadding)
+{
+    CDibRoot g8(CSize(5, 2), 8), g16(CSize(5, 2), 16), back(CSize(5, 2), 8);
+    for (int i = 0; i < 16; ++i)
+        g8.GetBits()[i] = static_cast<uint8_t>(i == 0 ? 255 : i);
+    std::memset(g16.GetBits(), 0xEE, 24);
+    std::memset(back.GetBits(), 0x77, 16);
+    ASSERT_TRUE(g16.CopyToDifferentBpp(g8));
+    for (int y = 0; y < 2; ++y) {
+        for (int x = 0; x < 5; ++x)
+            EXPECT_EQ(sample16(g16, x, y), g8.GetPixelPtr(x, y)[0] << 8) << x << "," << y;
+        EXPECT_EQ(g16.GetPixelPtr(0, y)[10], 0xEE);
+        EXPECT_EQ(g16.GetPixelPtr(0, y)[11], 0xEE);
+    }
+    EXPECT_EQ(sample16(g16, 0, 0), 65280);
+    EXPECT_EQ(sample16(g16, 1, 0), 256);
+
+    g16.GetPixelPtr(1, 0)[0] = 0xFF; // 0x01FF
+    ASSERT_TRUE(back.CopyToDifferentBpp(g16));
+    for (int i = 0; i < 16; ++i)
+        EXPECT_EQ(back.GetBits()[i], i % 8 >= 5 ? 0x77 : g8.GetBits()[i]) << i;
+}
+
+TEST(ConvertBpp, SameDepthCopiesPaletteAndPixels)
+{
+    CDibRoot src(CSize(2, 2), 8), dst(CSize(2, 2), 8);
+    src.GetBits()[0] = 42;
+    src.GetBits()[-1024 + 4 * 3] = 9;
+    ASSERT_TRUE(dst.CopyToDifferentBpp(src));
+    EXPECT_EQ(dst.GetBits()[0], 42);
+    EXPECT_EQ(dst.GetBits()[-1024 + 4 * 3], 9);
+}
+
+TEST(ConvertBpp, RefusalsAndTheToDoMessage)
+{
+    kevra_test::CaptureMessageBoxes boxes;
+    CDibRoot c24(CSize(2, 2), 24), g8(CSize(2, 2), 8), other(CSize(3, 2), 16), empty;
+    g8.GetBits()[0] = 3;
+    EXPECT_FALSE(g8.CopyToDifferentBpp(c24));
+    EXPECT_FALSE(c24.CopyToDifferentBpp(g8));
+    EXPECT_EQ(boxes.texts, std::vector<std::string>(2, "TO DO"));
+    // Silent refusals.
+    EXPECT_FALSE(other.CopyToDifferentBpp(g8));
+    EXPECT_FALSE(empty.CopyToDifferentBpp(g8));
+    EXPECT_FALSE(g8.CopyToDifferentBpp(empty));
+    EXPECT_EQ(boxes.texts.size(), 2u);
+    EXPECT_EQ(g8.GetBits()[0], 3);
 }

@@ -2,166 +2,123 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <vector>
 
 #include "kevra/dib.h"
 #include "kevra/traitement.h"
 
-using kevra::CDibRoot;
-using kevra::CRect;
-using kevra::CRectInterieur;
-using kevra::CSize;
+using namespace kevra;
 
-namespace {
-
-CRectInterieur::e_Place place(int flags) { return static_cast<CRectInterieur::e_Place>(flags); }
-
-} // namespace
-
+// Double ratio, truncations toward zero, centred. A zero aspect side gives a
+// degenerate rectangle, not a crash: an infinite height saturates (then
+// h' = rh, w' = 0), not-a-number gives 0.
 TEST(RectHomothetique, FitsTheAspectCentred)
 {
+    const struct {
+        int a, b;
+        CRect in, out;
+    } cases[] = {
+        {4, 3, {0, 0, 100, 100}, {0, 12, 100, 87}},   // h' = 75, dy = 12
+        {3, 4, {0, 0, 100, 100}, {12, 0, 87, 100}},   // h' = 133 > 100: w' = 75, dx = 12
+        {16, 9, {10, 20, 73, 61}, {10, 23, 73, 58}},  // rw 63, h' = 35 (35.4), dy = 3
+        {0, 3, {0, 0, 50, 40}, {25, 0, 25, 40}},
+        {0, 0, {0, 0, 50, 40}, {0, 20, 50, 20}},
+    };
     CDibRoot any;
-    CRect r(0, 0, 100, 100);
-    any.RectHomothetique(4, 3, &r);
-    EXPECT_EQ(r, CRect(0, 12, 100, 87)); // h' = 75, dy = 12
-
-    r = CRect(0, 0, 100, 100);
-    any.RectHomothetique(3, 4, &r);
-    EXPECT_EQ(r, CRect(12, 0, 87, 100)); // h' = 133 > 100: w' = 75, dx = 12
-
-    r = CRect(10, 20, 73, 61);
-    any.RectHomothetique(16, 9, &r); // rw 63, h' = 35 (35.4), dy = 3
-    EXPECT_EQ(r, CRect(10, 23, 73, 58));
-
-    // A zero aspect side gives a degenerate rectangle, not a crash: an
-    // infinite height saturates (then h' = rh, w' = 0), not-a-number gives 0.
-    r = CRect(0, 0, 50, 40);
-    any.RectHomothetique(0, 3, &r);
-    EXPECT_EQ(r, CRect(25, 0, 25, 40));
-    r = CRect(0, 0, 50, 40);
-    any.RectHomothetique(0, 0, &r);
-    EXPECT_EQ(r, CRect(0, 20, 50, 20));
-}
-
-TEST(RectHomothetique, ImageFormUsesTheImageSize)
-{
+    for (const auto & c : cases) {
+        CRect r = c.in;
+        any.RectHomothetique(c.a, c.b, &r);
+        EXPECT_EQ(r, c.out) << c.a << ":" << c.b;
+    }
+    // The image form takes the image's size; an empty image gives (0, 0, 0, 0).
     CDibRoot image(CSize(200, 100), 16);
     CRect r(0, 0, 100, 100);
     image.RectHomothetique(&r);
     EXPECT_EQ(r, CRect(0, 25, 100, 75));
-
-    CDibRoot empty;
-    r = CRect(1, 2, 3, 4);
-    empty.RectHomothetique(&r);
+    any.RectHomothetique(&r);
     EXPECT_EQ(r, CRect(0, 0, 0, 0));
 }
 
-TEST(RectInterieur, PlacementFlags)
+// Flag 1 left (2 right only without 1), 16 top (32 bottom only without 16),
+// centred otherwise; truncating integer divisions. Refused aspects and
+// outer rectangles without area leave the rectangle as it was.
+TEST(RectInterieur, PlacementFlagsAndRefusals)
 {
-    CRect outer(0, 0, 100, 50);
-    EXPECT_EQ(CRectInterieur(outer, 1, 1, place(1 + 32)), CRect(0, 0, 50, 50));
-    EXPECT_EQ(CRectInterieur(outer, 1, 1, place(2)), CRect(50, 0, 100, 50));
-    EXPECT_EQ(CRectInterieur(outer, 1, 1, place(0)), CRect(25, 0, 75, 50));
-    EXPECT_EQ(CRectInterieur(outer, 1, 1, place(1 + 2)), CRect(0, 0, 50, 50)); // 2 only without 1
-
-    CRect tall(10, 10, 40, 110); // w 30, h 100
-    EXPECT_EQ(CRectInterieur(tall, CSize(3, 2), place(16)), CRect(10, 10, 40, 30));
-    EXPECT_EQ(CRectInterieur(tall, CSize(3, 2), place(32)), CRect(10, 90, 40, 110));
-    EXPECT_EQ(CRectInterieur(tall, CSize(3, 2), place(16 + 32)), CRect(10, 10, 40, 30));
-    EXPECT_EQ(CRectInterieur(tall, CSize(3, 2), place(0)), CRect(10, 50, 40, 70));
-    // Truncating divisions: h' = 30 * 7 / 9 = 23, top = 10 + (100 - 23) / 2 = 48.
-    EXPECT_EQ(CRectInterieur(tall, 9, 7, place(0)), CRect(10, 48, 40, 71));
-}
-
-TEST(RectInterieur, RefusedAspectsLeaveTheRectangle)
-{
-    CRect outer(0, 0, 100, 50);
-    CRectInterieur r;
-    r = CRect(5, 6, 7, 8);
-    r.Init(outer, 0, 3, place(0));
-    EXPECT_EQ(r, CRect(5, 6, 7, 8));
-    r.Init(outer, 3, -1, place(0));
-    EXPECT_EQ(r, CRect(5, 6, 7, 8));
-    CRect flat(0, 0, 100, 0);
-    r.Init(flat, 1, 1, place(0));
-    EXPECT_EQ(r, CRect(5, 6, 7, 8));
-    EXPECT_EQ(CRectInterieur(flat, 1, 1, place(0)), CRect(0, 0, 0, 0));
-
+    CRect wide(0, 0, 100, 50), tall(10, 10, 40, 110), flat(0, 0, 100, 0), kept(5, 6, 7, 8);
+    const struct {
+        CRect & outer;
+        int a, b, flags;
+        CRect want;
+    } cases[] = {
+        {wide, 1, 1, 1 + 32, {0, 0, 50, 50}},    {wide, 1, 1, 2, {50, 0, 100, 50}},
+        {wide, 1, 1, 0, {25, 0, 75, 50}},        {wide, 1, 1, 1 + 2, {0, 0, 50, 50}},
+        {tall, 3, 2, 16, {10, 10, 40, 30}},      {tall, 3, 2, 32, {10, 90, 40, 110}},
+        {tall, 3, 2, 16 + 32, {10, 10, 40, 30}},
+        {tall, 9, 7, 0, {10, 48, 40, 71}}, // h' = 30 * 7 / 9 = 23, top = 10 + (100 - 23) / 2
+        {wide, 0, 3, 0, kept},                   {wide, 3, -1, 0, kept},
+        {flat, 1, 1, 0, kept},
+    };
+    for (const auto & c : cases) {
+        SCOPED_TRACE(testing::Message() << c.a << ":" << c.b << " flags " << c.flags);
+        CRectInterieur r;
+        r = kept;
+        r.Init(c.outer, c.a, c.b, static_cast<CRectInterieur::e_Place>(c.flags));
+        EXPECT_EQ(r, c.want);
+    }
+    EXPECT_EQ(CRectInterieur(tall, CSize(3, 2), CRectInterieur::e_Place(32)), CRect(10, 90, 40, 110));
     // The outer rectangle may be the rectangle itself.
+    CRectInterieur r;
     r = CRect(0, 0, 90, 30);
-    r.Init(r, 1, 1, place(2 + 16));
+    r.Init(r, 1, 1, CRectInterieur::e_Place(2 + 16));
     EXPECT_EQ(r, CRect(60, 0, 90, 30));
 }
 
+// Each depth goes through its processing class with mode 1, whatever mode is
+// given; the image then has a fresh store's resolution and a (0, 0, 0, 0)
+// zone, deliberately, and keeps its palette.
 TEST(ImageResample, UsesThePerDepthResamplingWithModeOne)
 {
     for (unsigned short bpp : {8, 16, 24}) {
+        SCOPED_TRACE(bpp);
         CDibRoot image(CSize(9, 7), bpp);
-        unsigned char *bits = image.GetBits();
         for (unsigned long i = 0; i < image.SizeImage(); ++i)
-            bits[i] = static_cast<unsigned char>(i * 29);
-        image.ReleaseBits();
+            image.GetBits()[i] = static_cast<uint8_t>(i * 29);
+        image.SetDisplayPalette(e_Palette21);
         image.SetXPelsPerMeter(5000);
         image.SetZoneTravail(CRect(1, 1, 5, 5));
-
-        CDibRoot expected(CSize(4, 3), bpp);
-        CDibRoot source(&image, true, true, true);
-        bool ok = false;
-        if (bpp == 8)
-            ok = kevra::CTraitementImg_8_Bpp().Resample(9, 7, source.GetBits(), 4, 3, expected.GetBits(), 1);
-        else if (bpp == 16)
-            ok = kevra::CTraitementImg_16_Bpp().Resample(9, 7, source.GetBits(), 4, 3, expected.GetBits(), 1);
-        else
-            ok = kevra::CTraitementImg_24_Bpp().Resample(9, 7, source.GetBits(), 4, 3, expected.GetBits(), 1);
+        CDibRoot source(&image, true, true, true), other(&image, true, true, true), expected(CSize(4, 3), bpp);
+        void * in = source.GetBits();
+        void * out = expected.GetBits();
+        const bool ok = bpp == 8    ? CTraitementImg_8_Bpp().Resample(9, 7, in, 4, 3, out, 1)
+                        : bpp == 16 ? CTraitementImg_16_Bpp().Resample(9, 7, in, 4, 3, out, 1)
+                                    : CTraitementImg_24_Bpp().Resample(9, 7, in, 4, 3, out, 1);
         ASSERT_TRUE(ok);
 
-        // The mode argument has no effect.
         ASSERT_TRUE(image.Resample(4u, 3u, 0u));
-        EXPECT_EQ(image.Width(), 4);
-        EXPECT_EQ(image.Height(), 3);
-        EXPECT_EQ(image.BitCount(), bpp);
-        const int used = 4 * bpp / 8;
-        for (int r = 0; r < 3; ++r)
-            EXPECT_EQ(std::memcmp(image.GetBits() + r * image.Pitch(),
-                                  expected.GetBits() + r * expected.Pitch(), used),
-                      0)
-                << bpp << " row " << r;
-        // A fresh store's resolution and working zone, deliberately.
-        EXPECT_EQ(image.GetXPelsPerMeter(), 2835u);
-        EXPECT_EQ(image.BoundingRectangle(), CRect(0, 0, 0, 0));
-
-        CDibRoot other(&source, true, true, true);
         ASSERT_TRUE(other.Resample(4L, 3L, 7));
-        EXPECT_EQ(std::memcmp(other.GetBits(), image.GetBits(), image.SizeImage()), 0);
+        for (CDibRoot * d : {&image, &other}) {
+            EXPECT_EQ(d->Size(), CSize(4, 3));
+            EXPECT_EQ(d->BitCount(), bpp);
+            for (int r = 0; r < 3; ++r)
+                EXPECT_EQ(std::memcmp(d->GetPixelPtr(0, r), expected.GetPixelPtr(0, r), 4 * bpp / 8), 0) << r;
+            EXPECT_EQ(d->GetXPelsPerMeter(), 2835u);
+            EXPECT_EQ(d->BoundingRectangle(), CRect(0, 0, 0, 0));
+            if (bpp != 24) {
+                EXPECT_EQ(std::memcmp(d->GetBits() - 1024, source.GetBits() - 1024, 1024), 0);
+            }
+        }
     }
 }
 
-TEST(ImageResample, KeepsThePalette)
+// Any other depth fails, but the image takes the new size all the same; an
+// impossible size leaves no pixels.
+TEST(ImageResample, FailuresStillReplaceTheStore)
 {
-    CDibRoot image(CSize(6, 6), 8);
-    image.SetDisplayPalette(kevra::e_Palette21);
-    kevra::tagRGBQUAD before[256], after[256];
-    ASSERT_EQ(image.GetCurrentDisplayPalette(before, 256), 1);
-    ASSERT_TRUE(image.Resample(3u, 12u, 1u));
-    ASSERT_EQ(image.GetCurrentDisplayPalette(after, 256), 1);
-    EXPECT_EQ(std::memcmp(before, after, sizeof before), 0);
-}
-
-// Any other depth fails, but the image takes the new size all the same.
-TEST(ImageResample, OtherDepthsFailButTakeTheNewSize)
-{
-    CDibRoot bilevel(CSize(4, 4), 1);
+    CDibRoot bilevel(CSize(4, 4), 1), empty, image(CSize(4, 4), 8);
     EXPECT_FALSE(bilevel.Resample(10u, 10u, 1u));
-    EXPECT_EQ(bilevel.Width(), 10);
-    EXPECT_EQ(bilevel.Height(), 10);
+    EXPECT_EQ(bilevel.Size(), CSize(10, 10));
     EXPECT_EQ(bilevel.BitCount(), 1);
-
-    CDibRoot empty;
     EXPECT_FALSE(empty.Resample(10u, 10u, 1u));
     EXPECT_EQ(empty.Width(), 0);
-
-    // An impossible size: no pixels afterwards, no crash.
-    CDibRoot image(CSize(4, 4), 8);
     EXPECT_FALSE(image.Resample(-1L, 5L, 1));
     EXPECT_FALSE(image.IsOK());
 }

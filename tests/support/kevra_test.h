@@ -65,60 +65,6 @@ inline std::string data_file(const std::string & name)
     return std::string(KEVRA_TEST_DATA_DIR) + "/" + name;
 }
 
-// Little-endian byte builder for hand-made files.
-struct Bytes {
-    std::vector<uint8_t> v;
-    Bytes & u8(uint32_t x)
-    {
-        v.push_back(static_cast<uint8_t>(x));
-        return *this;
-    }
-    Bytes & u16(uint32_t x) { return u8(x).u8(x >> 8); }
-    Bytes & u32(uint32_t x) { return u16(x).u16(x >> 16); }
-    Bytes & fill(std::size_t n, uint8_t value)
-    {
-        v.insert(v.end(), n, value);
-        return *this;
-    }
-    Bytes & append(const std::vector<uint8_t> & more)
-    {
-        v.insert(v.end(), more.begin(), more.end());
-        return *this;
-    }
-};
-
-// 14-byte file header followed by a 40-byte info header, field by field.
-struct BmpHeader {
-    int32_t width = 1;
-    int32_t height = 1;
-    uint16_t planes = 1;
-    uint16_t bit_count = 8;
-    uint32_t compression = 0;
-    uint32_t size_image = 0;
-    int32_t x_pels = 2835;
-    int32_t y_pels = 2835;
-    uint32_t clr_used = 0;
-    uint32_t clr_important = 0;
-    uint32_t bits_offset = 0; // 0: computed as 54 + palette_entries * 4
-    uint32_t palette_entries = 0;
-
-    Bytes info() const
-    {
-        Bytes b;
-        b.u32(40).u32(static_cast<uint32_t>(width)).u32(static_cast<uint32_t>(height)).u16(planes).u16(bit_count);
-        b.u32(compression).u32(size_image).u32(static_cast<uint32_t>(x_pels)).u32(static_cast<uint32_t>(y_pels));
-        b.u32(clr_used).u32(clr_important);
-        return b;
-    }
-    Bytes file(uint32_t payload) const
-    {
-        const uint32_t off = bits_offset != 0 ? bits_offset : 54 + palette_entries * 4;
-        Bytes b;
-        b.u8('B').u8('M').u32(off + payload).u16(0).u16(0).u32(off);
-        return b.append(info().v);
-    }
-};
-
 // A pixel buffer with the 4-byte row rule, whose row padding and a guard zone
 // after the last row hold a sentinel; intact() tells whether they still do.
 class GuardedBuffer {
