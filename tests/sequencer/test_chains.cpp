@@ -267,122 +267,77 @@ TEST(SequencerChains, DiagonalGradientIsCentredOnMidGrey)
     }
 }
 
-TEST(SequencerChains, TurnsMapTheZone)
+// The zone follows each turn. With the output size of the unturned picture the
+// run fails after every step ran, the caller's zone already turned.
+TEST(SequencerChains, TurnsMapTheZoneAndAWrongOutputSizeFailsAfterAllSteps)
 {
     TraceFile trace;
     RandomImage image(6, 5, 8, 61);
-    const struct {
-        int angle;
-        long w, h;
-        CRect expected;
-    } cases[] = {
+    const struct { int angle; long w, h; CRect expected; } cases[] = {
         {0, 5, 6, CRect(1, 1, 2, 4)}, // (H-1-bottom, left, H-1-top, right)
         {1, 6, 5, CRect(1, 1, 4, 2)}, // (W-1-right, H-1-bottom, W-1-left, H-1-top)
         {2, 5, 6, CRect(2, 1, 3, 4)}, // (top, W-1-right, bottom, W-1-left)
     };
     for (const auto &c : cases) {
+        SCOPED_TRACE(c.angle);
         CSequenceur seq;
-        ASSERT_TRUE(seq.AddTraitement(S::e_QuickRotate, rotate(c.angle)));
-        CRect rect(1, 2, 4, 3);
+        ASSERT_TRUE(add_steps(seq, {{S::e_Negatif, params()}, {S::e_QuickRotate, rotate(c.angle)}}));
+        CRect rect(1, 2, 4, 3), wrong = rect;
+        trace.clear();
+        run(seq, image.image, c.h, c.w, wrong, false);
+        EXPECT_NE(trace.text().find("Traitement=e_Negatif"), std::string::npos) << "every step ran";
+        EXPECT_EQ(wrong, c.expected);
+
         const std::vector<uint8_t> out = run(seq, image.image, c.w, c.h, rect);
-        EXPECT_EQ(rect, c.expected) << c.angle;
+        EXPECT_EQ(rect, c.expected);
         CDibRoot expected(&image.image, true, true, true);
-        ASSERT_TRUE(kevra::CTraitementImg_8_Bpp().QuickRotate(static_cast<Angle>(c.angle), &expected));
+        kevra::CTraitementImg_8_Bpp op;
+        ASSERT_TRUE(op.QuickRotate(static_cast<Angle>(c.angle), &expected));
+        expected.SetZoneTravail(c.expected);
+        ASSERT_TRUE(op.Negatif(&expected));
         expect_same_pixels(out, expected);
     }
 }
 
-TEST(SequencerChains, WrongOutputSizeFailsAfterAllStepsRan)
+// Filtrer swaps the result into the image. A failed run leaves the image
+// holding the new image as created, with the predicted size: the unordered
+// prediction of a resample added before a turn is the swapped size, the run
+// yields the resample size itself, and fails.
+TEST(SequencerChains, FiltrerSwapsTheResultInAndKeepsTheNewImageOnFailure)
 {
     TraceFile trace;
-    RandomImage image(64, 48, 8, 81);
-    CSequenceur seq;
-    ASSERT_TRUE(add_steps(seq, {{S::e_QuickRotate, rotate(0)}, {S::e_Negatif, params()}}));
-    CRect rect = whole(image.image);
-    run(seq, image.image, 64, 48, rect, false);
-    EXPECT_NE(trace.text().find("Traitement=e_Negatif"), std::string::npos) << "every step ran";
-    EXPECT_EQ(rect, CRect(0, 0, 47, 63)) << "the zone keeps the turn";
-    CRect again = whole(image.image);
-    run(seq, image.image, 48, 64, again, true);
-}
-
-TEST(SequencerChains, InvalidSizesAndZonesAreRefused)
-{
-    TraceFile trace;
-    RandomImage image(8, 6, 8, 91);
-    CSequenceur seq;
-    ASSERT_TRUE(seq.AddTraitement(S::e_Negatif, params()));
-    std::vector<uint8_t> out(buffer_size(8, 6, 8), 0x5A);
-    const std::vector<uint8_t> untouched = out;
-    const struct {
-        long w, h, wo, ho;
-        CRect rect;
-        unsigned short bpp;
-        bool null_input;
-    } cases[] = {
-        {0, 6, 8, 6, CRect(0, 0, 1, 1), 8, false},  {8, 0, 8, 6, CRect(0, 0, 1, 1), 8, false},
-        {8, 6, 0, 6, CRect(0, 0, 1, 1), 8, false},  {8, 6, 8, -1, CRect(0, 0, 1, 1), 8, false},
-        {8, 6, 8, 6, CRect(-1, 0, 3, 3), 8, false}, {8, 6, 8, 6, CRect(0, 0, 8, 3), 8, false},
-        {8, 6, 8, 6, CRect(0, 3, 7, 3), 8, false},  {8, 6, 8, 6, CRect(0, 0, 7, 6), 8, false},
-        {8, 6, 8, 6, CRect(5, 0, 4, 3), 8, false},  {8, 6, 8, 6, CRect(0, 0, 7, 5), 12, false},
-        {8, 6, 8, 6, CRect(0, 0, 7, 5), 32, false}, {8, 6, 8, 6, CRect(0, 0, 7, 5), 8, true},
-    };
-    for (const auto &c : cases) {
-        trace.clear();
-        CRect rect = c.rect;
-        EXPECT_FALSE(seq.FiltrerBuffer(c.w, c.h, c.null_input ? nullptr : image.image.GetBits(), c.wo, c.ho,
-                                       out.data(), rect, c.bpp));
-        EXPECT_EQ(out, untouched);
-        EXPECT_EQ(rect, c.rect);
-        const std::vector<std::string> lines = trace.lines();
-        ASSERT_EQ(lines.size(), 6u);
-        EXPECT_EQ(lines[3], "ERROR : FiltrerBuffer : Les parametres dimensionnels sont invalides!");
-        EXPECT_EQ(lines[4], "### Fin de FiltrerBuffer");
-    }
-}
-
-TEST(SequencerChains, FiltrerSwapsTheResultIntoTheImage)
-{
-    TraceFile trace;
-    RandomImage image(9, 8, 24, 121);
-    image.image.SetZoneTravail(CRect(1, 1, 6, 5));
+    RandomImage colour(9, 8, 24, 121);
+    colour.image.SetZoneTravail(CRect(1, 1, 6, 5));
     CSequenceur seq, twin;
     for (CSequenceur *s : {&seq, &twin})
         ASSERT_TRUE(add_steps(*s, {{S::e_Negatif, params()}, {S::e_QuickRotate, rotate(0)}}));
-    CDibRoot copy(&image.image, true, true, true);
-    CRect rect = image.image.BoundingRectangle();
+    CDibRoot copy(&colour.image, true, true, true);
+    CRect rect = colour.image.BoundingRectangle();
     const std::vector<uint8_t> buffer = run(twin, copy, 8, 9, rect);
+    ASSERT_TRUE(seq.Filtrer(&colour.image));
+    EXPECT_EQ(colour.image.Size(), CSize(8, 9));
+    EXPECT_EQ(colour.image.BitCount(), 24);
+    EXPECT_EQ(colour.image.BoundingRectangle(), CRect(0, 0, 7, 8)) << "a new image's zone";
+    expect_same_pixels(buffer, colour.image);
 
-    ASSERT_TRUE(seq.Filtrer(&image.image));
-    EXPECT_EQ(image.image.Size(), CSize(8, 9));
-    EXPECT_EQ(image.image.BitCount(), 24);
-    EXPECT_EQ(image.image.BoundingRectangle(), CRect(0, 0, 7, 8)) << "a new image's zone";
-    expect_same_pixels(buffer, image.image);
-    EXPECT_FALSE(seq.Filtrer(nullptr));
-    CDibRoot empty;
-    EXPECT_FALSE(seq.Filtrer(&empty));
-}
-
-// A failed run leaves the image holding the new image as created, with the
-// predicted size: the unordered prediction of a resample added before a turn
-// is the swapped size, the run yields the resample size, and the run fails.
-TEST(SequencerChains, FiltrerLeavesTheNewImageOnFailure)
-{
-    TraceFile trace;
-    RandomImage image(12, 10, 16, 131);
-    CSequenceur seq;
-    ASSERT_TRUE(add_steps(seq, {{S::e_Resample, resample(6, 4, 1)}, {S::e_QuickRotate, rotate(0)}}));
+    RandomImage grey(12, 10, 16, 131);
+    CSequenceur failing;
+    ASSERT_TRUE(add_steps(failing, {{S::e_Resample, resample(6, 4, 1)}, {S::e_QuickRotate, rotate(0)}}));
     long w = 0, h = 0;
-    ASSERT_TRUE(seq.DonneTailleFinale(12, 10, w, h));
+    ASSERT_TRUE(failing.DonneTailleFinale(12, 10, w, h));
     EXPECT_EQ(std::make_pair(w, h), std::make_pair(4L, 6L));
-    EXPECT_FALSE(seq.Filtrer(&image.image));
-    EXPECT_TRUE(image.image.IsOK());
-    EXPECT_EQ(image.image.Size(), CSize(4, 6));
-    EXPECT_EQ(image.image.BitCount(), 16);
+    EXPECT_FALSE(failing.Filtrer(&grey.image));
+    EXPECT_TRUE(grey.image.IsOK());
+    EXPECT_EQ(grey.image.Size(), CSize(4, 6));
+    EXPECT_EQ(grey.image.BitCount(), 16);
 
-    CSequenceur none; // an empty list fails before any change
-    EXPECT_FALSE(none.Filtrer(&image.image));
-    EXPECT_EQ(image.image.Size(), CSize(4, 6));
+    // No image, an empty one, an empty list: refused before any change.
+    CDibRoot empty;
+    CSequenceur none;
+    EXPECT_FALSE(seq.Filtrer(nullptr));
+    EXPECT_FALSE(seq.Filtrer(&empty));
+    EXPECT_FALSE(none.Filtrer(&grey.image));
+    EXPECT_EQ(grey.image.Size(), CSize(4, 6));
 }
 
 TEST(SequencerChains, AllocationFailuresFailTheRunCleanly)

@@ -2,6 +2,7 @@
 // exact file of whole runs with a deterministic clock.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <iomanip>
 #include <sstream>
@@ -19,7 +20,7 @@ TEST(SequencerTrace, NoFileAtTheFirstLineMeansNoTraceForTheProcess)
 {
     TraceFile trace(false);
     CSequenceur::TraceAppels(L"premier", false, false);
-    kevra_test::write_file(trace.path(), {});
+    write_file(trace.path(), {});
     CSequenceur::TraceAppels(L"second", false, true);
     CSequenceur seq;
     seq.CheckParams(static_cast<Code>(3), params());
@@ -39,6 +40,7 @@ TEST(SequencerTrace, LinesAreUtf8WithTheErrorPrefixAndTheDecisionStays)
     EXPECT_EQ(trace.text(), "deux\n");
 }
 
+// Threads that race to the first line all get their lines written.
 TEST(SequencerTrace, ConcurrentFirstLinesAreAllWritten)
 {
     TraceFile trace;
@@ -46,16 +48,13 @@ TEST(SequencerTrace, ConcurrentFirstLinesAreAllWritten)
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([t] {
             for (int i = 0; i < 50; ++i)
-                CSequenceur::TraceAppels(t % 2 ? L"pair" : L"impair", false, t >= 2);
+                CSequenceur::TraceAppels(L"ligne", false, t >= 2);
         });
     for (auto &thread : threads)
         thread.join();
     const std::vector<std::string> lines = trace.lines();
-    ASSERT_EQ(lines.size(), 200u);
-    for (const std::string &line : lines)
-        EXPECT_TRUE(line == "pair" || line == "impair" || line == "ERROR : pair"
-                    || line == "ERROR : impair")
-            << line;
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "ligne"), 100);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "ERROR : ligne"), 100);
 }
 
 // A whole 8-bit run: ordered steps, timed lines for the pixel steps, plain
@@ -137,22 +136,40 @@ TEST(SequencerTrace, ExactFileOfAColourRun)
     EXPECT_EQ(rect, CRect(0, 0, 3, 2));
 }
 
-TEST(SequencerTrace, ExactFileOfARefusedRun)
+// Each refused size, zone, depth or input: the run's whole file, the output
+// and the caller's zone untouched. A zone one pixel wide or high is refused.
+TEST(SequencerTrace, ExactFileOfRefusedSizesAndZones)
 {
     TraceFile trace;
+    RandomImage image(8, 6, 8, 91);
     CSequenceur seq;
     ASSERT_TRUE(seq.AddTraitement(S::e_Negatif, params()));
-    std::vector<uint8_t> in(buffer_size(6, 4, 8), 1), out(in.size(), 0x5A);
-    CRect rect(2, 0, 2, 3); // one pixel wide: refused
-    EXPECT_FALSE(seq.FiltrerBuffer(6, 4, in.data(), 6, 4, out.data(), rect, 8));
-    EXPECT_EQ(out, std::vector<uint8_t>(in.size(), 0x5A));
-    EXPECT_EQ(trace.text(),
-              "### FiltrerBuffer : 1 traitements demandés sur une image 8 bits de 6 x 4 pixels.\n"
-              "Zone traitée t=0,b=3 - l=2,r=2\n"
-              "Image de sortie de 6 x 4 pixels.\n"
-              "ERROR : FiltrerBuffer : Les parametres dimensionnels sont invalides!\n"
-              "### Fin de FiltrerBuffer\n"
-              "\n");
+    std::vector<uint8_t> out(buffer_size(8, 6, 8), 0x5A);
+    const std::vector<uint8_t> untouched = out;
+    const struct { long w, h, wo, ho; CRect rect; unsigned short bpp; bool null_input; } cases[] = {
+        {0, 6, 8, 6, CRect(0, 0, 1, 1), 8, false}, {8, 0, 8, 6, CRect(0, 0, 1, 1), 8, false},
+        {8, 6, 0, 6, CRect(0, 0, 1, 1), 8, false}, {8, 6, 8, -1, CRect(0, 0, 1, 1), 8, false},
+        {8, 6, 8, 6, CRect(-1, 0, 3, 3), 8, false}, {8, 6, 8, 6, CRect(0, 0, 8, 3), 8, false},
+        {8, 6, 8, 6, CRect(2, 0, 2, 5), 8, false}, {8, 6, 8, 6, CRect(0, 3, 7, 3), 8, false},
+        {8, 6, 8, 6, CRect(0, 0, 7, 6), 8, false}, {8, 6, 8, 6, CRect(5, 0, 4, 3), 8, false},
+        {8, 6, 8, 6, CRect(0, 0, 7, 5), 12, false}, {8, 6, 8, 6, CRect(0, 0, 7, 5), 32, false},
+        {8, 6, 8, 6, CRect(0, 0, 7, 5), 8, true}};
+    for (const auto &c : cases) {
+        char header[256];
+        std::snprintf(header, sizeof header,
+                      "### FiltrerBuffer : 1 traitements demandés sur une image %d bits de %ld x %ld pixels.\n"
+                      "Zone traitée t=%d,b=%d - l=%d,r=%d\nImage de sortie de %ld x %ld pixels.\n",
+                      c.bpp, c.w, c.h, c.rect.top, c.rect.bottom, c.rect.left, c.rect.right, c.wo, c.ho);
+        SCOPED_TRACE(header);
+        trace.clear();
+        CRect rect = c.rect;
+        EXPECT_FALSE(seq.FiltrerBuffer(c.w, c.h, c.null_input ? nullptr : image.image.GetBits(), c.wo, c.ho,
+                                       out.data(), rect, c.bpp));
+        EXPECT_EQ(out, untouched);
+        EXPECT_EQ(rect, c.rect);
+        EXPECT_EQ(trace.text(), std::string(header) + "ERROR : FiltrerBuffer : Les parametres dimensionnels sont "
+                                                      "invalides!\n### Fin de FiltrerBuffer\n\n");
+    }
 }
 
 TEST(SequencerTrace, FailedStepEndsTheRunAndTheTableIsNotApplied)
