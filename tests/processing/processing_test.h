@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <random>
 #include <sstream>
 #include <string>
@@ -57,7 +58,13 @@ public:
             p[1] = static_cast<uint8_t>(v >> 8);
         p[bpp == 16 ? 0 : c] = static_cast<uint8_t>(v);
     }
-    // The same value in every sample; picture row y is buffer row h - 1 - y.
+    // Samples x0, x0 + 1, ... of buffer row r (channel c).
+    void set_row(long r, std::initializer_list<int> values, long x0 = 0, int c = 0)
+    {
+        for (int v : values)
+            set(x0++, r, v, c);
+    }
+    // The same value in every sample.
     void fill(int v)
     {
         for (long r = 0; r < h; ++r)
