@@ -27,20 +27,26 @@ uint16_t sample16(CDibRoot & d, int x, int y)
 
 } // namespace
 
-// Creation rounds the depth; 1 and 4 bits get a black palette, the grey ramp
-// (255 / (entries - 1) per step) only on request.
-TEST(DibCore, CreateRoundsBitCountAndSetsThePalette)
+// Per requested depth: stored depth, palette entries, palette step at
+// creation (1 and 4 bits black) and after SetGrayPalette (255 / (entries - 1)),
+// pitch of a 21-pixel row (padded to 4 bytes) and offset of pixel (9, 1).
+TEST(DibCore, CreationGeometryAndPalettePerDepth)
 {
-    struct Case {
+    const struct {
         unsigned short asked, bpp;
-        int entries, created_step, ramp_step;
-    };
-    const Case cases[] = {{0, 1, 2, 0, 255}, {3, 4, 16, 0, 17}, {8, 8, 256, 1, 1}, {12, 16, 256, 1, 1}, {32, 24, 0, 0, 0}};
-    for (const Case & c : cases) {
+        int entries, created_step, ramp_step, pitch, pixel_9_1;
+    } cases[] = {{0, 1, 2, 0, 255, 4, 4 + 1},      {3, 4, 16, 0, 17, 12, 12 + 4},  {8, 8, 256, 1, 1, 24, 24 + 9},
+                 {12, 16, 256, 1, 1, 44, 44 + 18}, {32, 24, 0, 0, 0, 64, 64 + 27}};
+    for (const auto & c : cases) {
         SCOPED_TRACE(c.asked);
-        CDibRoot d(CSize(4, 2), c.asked);
+        CDibRoot d(CSize(21, 3), c.asked);
         EXPECT_EQ(d.BitCount(), c.bpp);
         EXPECT_EQ(d.GetInfo()->bmiHeader.biClrUsed, static_cast<unsigned>(c.entries));
+        EXPECT_EQ(d.Pitch(), c.pitch);
+        EXPECT_EQ(d.SizeImage(), 3u * c.pitch);
+        EXPECT_EQ(d.XOffset(9), (9 * c.bpp) >> 3);
+        EXPECT_EQ(d.YOffset(2), 2 * c.pitch);
+        EXPECT_EQ(d.GetPixelPtr(9, 1) - d.GetBits(), c.pixel_9_1);
         EXPECT_EQ(d.IsGrayScale(), c.entries == 256);
         for (int step : {c.created_step, c.ramp_step}) {
             const uint8_t * pal = d.GetBits() - c.entries * 4;
@@ -54,32 +60,11 @@ TEST(DibCore, CreateRoundsBitCountAndSetsThePalette)
     EXPECT_FALSE(eight.IsGrayScale());
 }
 
-// Width 21 pads every depth's rows; pixel (9, 1) is addressed on the pitch.
-TEST(DibCore, PitchSizesAndPixelAddresses)
-{
-    const struct {
-        unsigned short bpp;
-        int pitch, pixel_9_1;
-    } cases[] = {{1, 4, 4 + 1}, {4, 12, 12 + 4}, {8, 24, 24 + 9}, {16, 44, 44 + 18}, {24, 64, 64 + 27}};
-    for (const auto & c : cases) {
-        SCOPED_TRACE(c.bpp);
-        CDibRoot d(CSize(21, 3), c.bpp);
-        EXPECT_EQ(d.Pitch(), c.pitch);
-        EXPECT_EQ(d.SizeImage(), 3u * c.pitch);
-        EXPECT_EQ(d.XOffset(9), (9 * c.bpp) >> 3);
-        EXPECT_EQ(d.YOffset(2), 2 * c.pitch);
-        EXPECT_EQ(d.GetPixelPtr(9, 1) - d.GetBits(), c.pixel_9_1);
-    }
-}
-
 TEST(DibCore, EmptyImage)
 {
     CDibRoot e, src(CSize(2, 2), 8);
-    EXPECT_EQ(e.Width() + e.Height() + e.BitCount() + e.Pitch(), 0);
-    EXPECT_EQ(e.GetXPelsPerMeter(), 0u);
-    EXPECT_EQ(e.GetBits(), nullptr);
-    EXPECT_EQ(e.GetInfo(), nullptr);
-    EXPECT_EQ(e.GetLastError(), nullptr);
+    EXPECT_EQ(e.Width() + e.Height() + e.BitCount() + e.Pitch() + e.GetXPelsPerMeter(), 0u);
+    EXPECT_TRUE(e.GetBits() == nullptr && e.GetInfo() == nullptr && e.GetLastError() == nullptr);
     EXPECT_EQ(e.BoundingRectangle(), CRect(0, 0, 0, 0));
     EXPECT_FALSE(e.IsOK());
     EXPECT_FALSE(e.IsGrayScale());
@@ -188,7 +173,8 @@ TEST(DibCore, CreateFailsCleanly)
 }
 
 // 8 to 16 bits multiplies by 256 (not 257), 16 to 8 keeps the high byte
-// (no rounding); 5 pixels a row are converted and the padding stays.
+// (no rounding); 5 pixels a row are converted and the padding stays. The
+// same depth is copied whole.
 TEST(ConvertBpp, PlainScalingBothWaysLeavesPadding)
 {
     CDibRoot g8(CSize(5, 2), 8), g16(CSize(5, 2), 16), back(CSize(5, 2), 8);
@@ -210,16 +196,11 @@ TEST(ConvertBpp, PlainScalingBothWaysLeavesPadding)
     ASSERT_TRUE(back.CopyToDifferentBpp(g16));
     for (int i = 0; i < 16; ++i)
         EXPECT_EQ(back.GetBits()[i], i % 8 >= 5 ? 0x77 : g8.GetBits()[i]) << i;
-}
 
-TEST(ConvertBpp, SameDepthCopiesPaletteAndPixels)
-{
-    CDibRoot src(CSize(2, 2), 8), dst(CSize(2, 2), 8);
-    src.GetBits()[0] = 42;
-    src.GetBits()[-1024 + 4 * 3] = 9;
-    ASSERT_TRUE(dst.CopyToDifferentBpp(src));
-    EXPECT_EQ(dst.GetBits()[0], 42);
-    EXPECT_EQ(dst.GetBits()[-1024 + 4 * 3], 9);
+    // Same depth: a copy, palette included.
+    g8.GetBits()[-1024 + 4 * 3] = 9;
+    ASSERT_TRUE(back.CopyToDifferentBpp(g8));
+    EXPECT_EQ(0, std::memcmp(back.GetBits() - 1024, g8.GetBits() - 1024, 1024 + 16));
 }
 
 TEST(ConvertBpp, RefusalsAndTheToDoMessage)
