@@ -4,6 +4,7 @@
 #define KEVRA_TESTS_TOOLS_CLI_SUPPORT_H
 
 #include "support/kevra_test.h"
+#include "support/sequencer_steps.h"
 
 #include "kevra/dib.h"
 #include "kevra/sequenceur.h"
@@ -18,45 +19,38 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
-#include <utility>
 #include <vector>
 
 extern char ** environ;
 
 namespace cli_test {
 
-using kevra_test::read_file;
-using kevra_test::TempDir;
-using Code = kevra::CSequenceur::e_Traitements;
-using Params = kevra::CSequenceur::Params_Struct;
+using namespace kevra_test;
+using S = kevra::CSequenceur;
 
 #ifdef KEVRA_CLI_PATH
-inline const char * cli_path()
-{
-    return KEVRA_CLI_PATH;
-}
 #define KEVRA_CLI_REQUIRED()
 #else
-inline const char * cli_path()
-{
-    return "";
-}
+#define KEVRA_CLI_PATH ""
 #define KEVRA_CLI_REQUIRED() GTEST_SKIP() << "the kevra program is not built (CLI11 missing)"
 #endif
 
 struct CliRun {
     int code = -1;
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
+
+inline std::string read_text(const std::string & path)
+{
+    const std::vector<uint8_t> bytes = read_file(path);
+    return std::string(bytes.begin(), bytes.end());
+}
 
 // Runs kevra with these arguments in `cwd`, stdout and stderr to files.
 inline CliRun run_cli(const std::vector<std::string> & args, const TempDir & dir, const std::string & cwd = "")
 {
-    CliRun r;
-    const std::string out_path = dir.file(".stdout");
-    const std::string err_path = dir.file(".stderr");
-    std::vector<std::string> argv_s = {cli_path()};
+    const std::string out_path = dir.file(".stdout"), err_path = dir.file(".stderr");
+    std::vector<std::string> argv_s = {KEVRA_CLI_PATH};
     argv_s.insert(argv_s.end(), args.begin(), args.end());
     std::vector<char *> argv;
     for (std::string & a : argv_s)
@@ -72,6 +66,7 @@ inline CliRun run_cli(const std::vector<std::string> & args, const TempDir & dir
     pid_t pid = 0;
     const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
+    CliRun r;
     if (spawned != 0) {
         ADD_FAILURE() << "cannot run " << argv[0] << ": " << std::strerror(spawned);
         return r;
@@ -79,10 +74,8 @@ inline CliRun run_cli(const std::vector<std::string> & args, const TempDir & dir
     int status = 0;
     waitpid(pid, &status, 0);
     r.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    const std::vector<uint8_t> o = read_file(out_path);
-    const std::vector<uint8_t> e = read_file(err_path);
-    r.out.assign(o.begin(), o.end());
-    r.err.assign(e.begin(), e.end());
+    r.out = read_text(out_path);
+    r.err = read_text(err_path);
     std::remove(out_path.c_str());
     std::remove(err_path.c_str());
     return r;
@@ -90,7 +83,7 @@ inline CliRun run_cli(const std::vector<std::string> & args, const TempDir & dir
 
 inline std::wstring wide(const std::string & s)
 {
-    return std::wstring(s.begin(), s.end());
+    return TempDir::widen(s);
 }
 
 // Deterministic test pictures (bits 8, 16 or 24), saved with the library.
@@ -99,14 +92,13 @@ inline void write_picture(const std::string & path, int width, int height, int b
     kevra::CDib image(width, height, bits);
     ASSERT_TRUE(image.IsOK());
     uint32_t s = seed * 2654435761u + 1;
-    unsigned char * p = image.GetBits();
+    unsigned char * pixels = image.GetBits();
     for (int y = 0; y < height; ++y) {
-        unsigned char * row = p + static_cast<std::size_t>(image.Pitch()) * y;
+        unsigned char * row = pixels + static_cast<std::size_t>(image.Pitch()) * y;
         for (int i = 0; i < image.Pitch(); ++i) {
             s = s * 1664525u + 1013904223u;
-            const int x = i / std::max(1, bits / 8);
             // A ramp with noise: smooth enough for the filters to matter.
-            const int ramp = (x * 255 / std::max(1, width - 1) + y * 3) & 0xFF;
+            const int ramp = (i / std::max(1, bits / 8) * 255 / std::max(1, width - 1) + y * 3) & 0xFF;
             row[i] = static_cast<unsigned char>(ramp ^ ((s >> 24) & 0x1F));
         }
     }
@@ -114,14 +106,9 @@ inline void write_picture(const std::string & path, int width, int height, int b
     ASSERT_TRUE(image.Save(wide(path).c_str(), 0));
 }
 
-struct LibraryStep {
-    Code code;
-    Params params;
-};
-
 // The bytes the library itself gives: load, optional zone, the steps added in
 // execution order, Filtrer, Save. Empty when the run fails.
-inline std::vector<uint8_t> library_result(const std::string & in, const std::vector<LibraryStep> & steps,
+inline std::vector<uint8_t> library_result(const std::string & in, const std::vector<Step> & steps,
                                            const kevra::CRect * zone, const TempDir & dir)
 {
     kevra::CDib image;
@@ -129,31 +116,32 @@ inline std::vector<uint8_t> library_result(const std::string & in, const std::ve
     if (zone != nullptr)
         image.SetZoneTravail(*zone);
     kevra::CSequenceur sequencer;
-    for (const LibraryStep & s : steps)
+    for (const Step & s : steps)
         EXPECT_TRUE(sequencer.AddTraitement(s.code, s.params)) << "step " << s.code;
-    if (!sequencer.Filtrer(&image))
-        return {};
     const std::string out = dir.file(".library.bmp");
-    EXPECT_TRUE(image.Save(wide(out).c_str(), 0));
+    if (!sequencer.Filtrer(&image) || !image.Save(wide(out).c_str(), 0))
+        return {};
     std::vector<uint8_t> bytes = read_file(out);
     std::remove(out.c_str());
     return bytes;
-}
-
-inline bool exists(const std::string & path)
-{
-    return std::filesystem::exists(path);
 }
 
 // Files in a directory, hidden ones included: to catch leftover temporaries.
 inline std::vector<std::string> listing(const std::string & dir)
 {
     std::vector<std::string> names;
-    for (const auto & e : std::filesystem::directory_iterator(dir))
+    for (const auto & e : fs::directory_iterator(dir))
         names.push_back(e.path().filename().string());
     std::sort(names.begin(), names.end());
     return names;
 }
+
+// Skips when the program is not built; a fresh directory for each test.
+class CliTest : public ::testing::Test {
+protected:
+    void SetUp() override { KEVRA_CLI_REQUIRED(); }
+    TempDir dir;
+};
 
 } // namespace cli_test
 
