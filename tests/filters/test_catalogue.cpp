@@ -8,191 +8,138 @@
 #include "kevra/filtre.h"
 #include "kevra/platform.h"
 
-#include "filters/filtre_probe.h"
-#include "filters/plane.h"
-
 namespace kevra {
 namespace {
 
-using test::FiltreProbe;
+// Test access to a filter's fields.
+class FiltreProbe : public CFiltre {
+public:
+    using CFiltre::CFiltre;
+    bool separable() const { return m_bConvolutif != 0; }
+    int nX() const { return m_nX; }
+    int nY() const { return m_nY; }
+    std::vector<float> full() const { return m_pTabFiltre ? std::vector<float>(m_pTabFiltre, m_pTabFiltre + (2 * m_nX + 1) * (2 * m_nY + 1)) : std::vector<float>(); }
+    std::vector<float> x() { return std::vector<float>(Donne_TabFiltreX(), Donne_TabFiltreX() + m_nX + 1); }
+    std::vector<float> y() { return std::vector<float>(Donne_TabFiltreY(), Donne_TabFiltreY() + m_nY + 1); }
+    unsigned workers() const { return m_nNbThreads; }
+    void *const *worker_table() const { return m_phThreads; }
+};
 
-std::vector<float> half_table(float * t, int n)
-{
-    return std::vector<float>(t, t + n + 1);
-}
+const double kPi = 3.141592653589793;
 
-TEST(FiltreCatalogue, RunTimeClassIsNamedCFiltreAndDerivesFromProcessingBase)
-{
-    CFiltre f;
-    EXPECT_STREQ(f.GetRuntimeClass()->m_lpszClassName, "CFiltre");
-    EXPECT_TRUE(f.IsKindOf(KEVRA_RUNTIME_CLASS(CTraitementImgBase)));
-    EXPECT_EQ(f.GetBpp(), 24);
-}
-
-TEST(FiltreCatalogue, DefaultFilterIsInvalidWithNeutralOffsetAndFactor)
+TEST(FiltreCatalogue, DefaultFilterAndWorkerTable)
 {
     FiltreProbe f;
+    EXPECT_STREQ(f.GetRuntimeClass()->m_lpszClassName, "CFiltre");
+    EXPECT_TRUE(f.IsKindOf(KEVRA_RUNTIME_CLASS(CTraitementImgBase)));
     EXPECT_FALSE(f.IsOK());
-    EXPECT_EQ(f.offset(), 0.0f);
-    EXPECT_EQ(f.factor(), 1.0f);
     EXPECT_EQ(f.worker_table(), nullptr);
-    EXPECT_EQ(f.Donne_TabFiltreX(), nullptr);
-}
-
-TEST(FiltreCatalogue, WorkerCountIsAtLeastTwo)
-{
+    // The processor count, but 2 when the system reports fewer than 3; no worker is started.
     auto old = platform::set_processor_count_handler([] { return 1u; });
     FiltreProbe one(CFiltre::Filtre_Moyenne, 3, 0.0f);
     platform::set_processor_count_handler([] { return 6u; });
     FiltreProbe six(CFiltre::Filtre_Moyenne, 3, 0.0f);
     platform::set_processor_count_handler(old);
-    EXPECT_EQ(one.worker_count(), 2u);
-    EXPECT_EQ(six.worker_count(), 6u);
+    EXPECT_EQ(one.workers(), 2u);
+    ASSERT_EQ(six.workers(), 6u);
     ASSERT_NE(six.worker_table(), nullptr);
     for (int i = 0; i < 6; ++i)
         EXPECT_EQ(six.worker_table()[i], nullptr);
 }
 
-TEST(FiltreCatalogue, MoyenneRampeAndParaboleOfSize5)
+// Separable kernels: half tables after normalisation by 1 / (2 S - w0), S the raw sum.
+TEST(FiltreCatalogue, SeparableKernels)
 {
-    const float sixth = 1.0f / 6.0f; // Rampe: raw 0, 1, 2, total 2*3 - 0 = 6
-    const struct {
-        CFiltre::e_Filtre kind;
-        std::vector<float> table;
-    } cases[] = {
-        {CFiltre::Filtre_Moyenne, {0.2f, 0.2f, 0.2f}},
-        {CFiltre::Filtre_Rampe, {0.0f, 1.0f * sixth, 2.0f * sixth}},
-        {CFiltre::Filtre_Parabole, {0.0f, 0.0f, 0.5f}}, // only the outer taps weigh
+    const float e = static_cast<float>(std::exp(-0.5)), g = 1.0f / (2 * (1.0f + e) - 1.0f);
+    const float s1 = static_cast<float>(std::sin(kPi / 4)), s = 1.0f / (2 * ((0.0f + s1) + 1.0f) - 0.0f);
+    const float c1 = static_cast<float>(std::sin(kPi / 2) / (kPi / 2)), c2 = static_cast<float>(std::sin(kPi) / kPi);
+    const float c = 1.0f / (2 * ((1.0f + c1) + c2) - 1.0f), sixth = 1.0f / 6.0f;
+    using K = CFiltre::e_Filtre;
+    const struct { K kx; unsigned short sx; K ky; unsigned short sy; float px, py; std::vector<float> x, y; } cases[] = {
+        {CFiltre::Filtre_Moyenne, 5, CFiltre::Filtre_Moyenne, 5, 0, 0, {0.2f, 0.2f, 0.2f}, {0.2f, 0.2f, 0.2f}},
+        // raw 0, 1, 2, total 2*3 - 0 = 6
+        {CFiltre::Filtre_Rampe, 5, CFiltre::Filtre_Rampe, 5, 0, 0, {0, sixth, 2 * sixth}, {0, sixth, 2 * sixth}},
+        // the integer quotient i/n weighs only the outer taps
+        {CFiltre::Filtre_Parabole, 5, CFiltre::Filtre_Parabole, 5, 0, 0, {0, 0, 0.5f}, {0, 0, 0.5f}},
+        // raw 1, e^-0.5: about 0.4519, 0.2741; two separable kinds may differ
+        {CFiltre::Filtre_Gaussien, 3, CFiltre::Filtre_Moyenne, 5, 1, 0, {g, e * g}, {0.2f, 0.2f, 0.2f}},
+        // raw 0, sin(pi/4), 1: the centre weighs nothing
+        {CFiltre::Filtre_Sinus, 5, CFiltre::Filtre_SinusCardinal, 5, 0, 2, {0, s1 * s, s}, {c, c1 * c, c2 * c}},
+        // size 1: the identity
+        {CFiltre::Filtre_Gaussien, 1, CFiltre::Filtre_SinusCardinal, 1, 1, 1, {1}, {1}},
+        {CFiltre::Filtre_Moyenne, 1, CFiltre::Filtre_Moyenne, 1, 1, 1, {1}, {1}},
     };
-    for (const auto & c : cases) {
-        FiltreProbe f(c.kind, 5, 0.0f);
-        ASSERT_TRUE(f.IsOK()) << c.kind;
+    for (const auto &k : cases) {
+        SCOPED_TRACE(testing::Message() << k.kx << "/" << k.sx << " " << k.ky << "/" << k.sy);
+        FiltreProbe f(k.kx, k.sx, k.ky, k.sy, k.px, k.py);
+        ASSERT_TRUE(f.IsOK());
         EXPECT_TRUE(f.separable());
-        EXPECT_EQ(f.nX(), 2);
-        EXPECT_EQ(f.nY(), 2);
-        EXPECT_EQ(half_table(f.Donne_TabFiltreX(), 2), c.table) << c.kind;
-        EXPECT_EQ(half_table(f.Donne_TabFiltreY(), 2), c.table) << c.kind;
+        EXPECT_EQ(f.x(), k.x);
+        EXPECT_EQ(f.y(), k.y);
+        EXPECT_TRUE(f.full().empty());
     }
-}
-
-TEST(FiltreCatalogue, GaussianOfSize3WithParameter1)
-{
-    FiltreProbe f(CFiltre::Filtre_Gaussien, 3, 1.0f);
-    ASSERT_TRUE(f.IsOK());
-    const float e = static_cast<float>(std::exp(-0.5));
-    const float inv = 1.0f / (2 * (1.0f + e) - 1.0f);
-    EXPECT_EQ(f.Donne_TabFiltreX()[0], 1.0f * inv);
-    EXPECT_EQ(f.Donne_TabFiltreX()[1], e * inv);
-    EXPECT_NEAR(f.Donne_TabFiltreX()[0], 0.4519f, 1e-4);
-    EXPECT_NEAR(f.Donne_TabFiltreX()[1], 0.2741f, 1e-4);
-}
-
-TEST(FiltreCatalogue, SinusAndSinusCardinalOfSize5)
-{
-    FiltreProbe s(CFiltre::Filtre_Sinus, 5, 0.0f);
-    ASSERT_TRUE(s.IsOK());
-    // raw 0, sin(pi/4), 1: the centre weighs nothing.
-    const float w1 = static_cast<float>(std::sin(3.141592653589793 / 4));
-    const float inv = 1.0f / (2 * ((0.0f + w1) + 1.0f) - 0.0f);
-    EXPECT_EQ(half_table(s.Donne_TabFiltreX(), 2), (std::vector<float>{0.0f, w1 * inv, 1.0f * inv}));
-
-    FiltreProbe c(CFiltre::Filtre_SinusCardinal, 5, 2.0f);
-    ASSERT_TRUE(c.IsOK());
-    const double x1 = 3.141592653589793 / 2, x2 = 2 * 3.141592653589793 / 2;
-    const float c1 = static_cast<float>(std::sin(x1) / x1), c2 = static_cast<float>(std::sin(x2) / x2);
-    const float cinv = 1.0f / (2 * ((1.0f + c1) + c2) - 1.0f);
-    EXPECT_EQ(half_table(c.Donne_TabFiltreX(), 2), (std::vector<float>{cinv, c1 * cinv, c2 * cinv}));
-}
-
-TEST(FiltreCatalogue, SizeOneKernels)
-{
-    for (auto kind : {CFiltre::Filtre_Moyenne, CFiltre::Filtre_Gaussien, CFiltre::Filtre_SinusCardinal}) {
-        FiltreProbe f(kind, 1, 1.0f);
-        ASSERT_TRUE(f.IsOK()) << kind;
-        EXPECT_EQ(f.Donne_TabFiltreX()[0], 1.0f) << kind;
-    }
-    EXPECT_FALSE(CFiltre(CFiltre::Filtre_Rampe, 1, 1.0f).IsOK()); // total 0
-    EXPECT_FALSE(CFiltre(CFiltre::Filtre_Parabole, 1, 1.0f).IsOK()); // refused, not divided by 0
+    EXPECT_NEAR(g, 0.4519f, 1e-4);
     FiltreProbe sinus(CFiltre::Filtre_Sinus, 1, 1.0f); // 0/0: not a number, yet valid
     ASSERT_TRUE(sinus.IsOK());
-    EXPECT_TRUE(std::isnan(sinus.Donne_TabFiltreX()[0]));
-}
-
-TEST(FiltreCatalogue, TwoSeparableKindsMayDiffer)
-{
-    FiltreProbe f(CFiltre::Filtre_Gaussien, 3, CFiltre::Filtre_Moyenne, 5, 1.0f, 0.0f);
-    ASSERT_TRUE(f.IsOK());
-    EXPECT_EQ(f.nX(), 1);
-    EXPECT_EQ(f.nY(), 2);
-    EXPECT_NEAR(f.Donne_TabFiltreX()[0], 0.4519f, 1e-4);
-    EXPECT_EQ(half_table(f.Donne_TabFiltreY(), 2), (std::vector<float>{0.2f, 0.2f, 0.2f}));
+    EXPECT_TRUE(std::isnan(sinus.x()[0]));
 }
 
 TEST(FiltreCatalogue, FullKernelKindsAreAlways3x3)
 {
-    const struct {
-        CFiltre::e_Filtre kind;
-        std::vector<float> rows;
-    } cases[] = {
+    const struct { CFiltre::e_Filtre kind; std::vector<float> rows; } cases[] = {
         {CFiltre::Filtre_Laplacien, {-1, -1, -1, -1, 8, -1, -1, -1, -1}},
         {CFiltre::Filtre_GradientX, {-1, 0, 1, -1, 0, 1, -1, 0, 1}},
         {CFiltre::Filtre_GradientY, {-1, -1, -1, 0, 0, 0, 1, 1, 1}},
         {CFiltre::Filtre_GradientDiagonal, {-1, -1, 0, -1, 0, 1, 0, 1, 1}},
     };
-    for (const auto & c : cases) {
-        FiltreProbe f(c.kind, 7, 0.0f); // size 7 is replaced by 3
-        ASSERT_TRUE(f.IsOK()) << c.kind;
+    for (const auto &k : cases) {
+        FiltreProbe f(k.kind, 7, 0.0f); // size 7 is replaced by 3
+        ASSERT_TRUE(f.IsOK()) << k.kind;
         EXPECT_FALSE(f.separable());
-        EXPECT_EQ(f.nX(), 1);
-        EXPECT_EQ(f.nY(), 1);
-        EXPECT_EQ(std::vector<float>(f.full_table(), f.full_table() + 9), c.rows) << c.kind;
+        EXPECT_EQ(f.full(), k.rows) << k.kind;
         EXPECT_EQ(f.Donne_TabFiltreX(), nullptr);
         EXPECT_EQ(f.Donne_TabFiltreY(), nullptr);
     }
 }
 
-TEST(FiltreCatalogue, InvalidCombinations)
+// Bad sizes, mismatched kinds and zero totals make an invalid filter without a word; an unknown
+// kind also writes the debug text.
+TEST(FiltreCatalogue, InvalidFiltersAndTheDebugText)
 {
+    std::wstring text;
+    auto old = platform::set_debug_output_handler([&](const wchar_t *t) { text += t; });
     EXPECT_FALSE(CFiltre(CFiltre::Filtre_Laplacien, 3, CFiltre::Filtre_GradientX, 3, 0, 0).IsOK());
     EXPECT_FALSE(CFiltre(CFiltre::Filtre_Gaussien, 3, CFiltre::Filtre_Laplacien, 3, 1, 0).IsOK());
     EXPECT_FALSE(CFiltre(CFiltre::Filtre_Moyenne, 4, 0.0f).IsOK());
     EXPECT_FALSE(CFiltre(CFiltre::Filtre_Moyenne, 0, 0.0f).IsOK());
     EXPECT_FALSE(CFiltre(CFiltre::Filtre_Moyenne, 3, CFiltre::Filtre_Moyenne, 2, 0, 0).IsOK());
+    EXPECT_FALSE(CFiltre(CFiltre::Filtre_Rampe, 1, 1.0f).IsOK());    // total 0
+    EXPECT_FALSE(CFiltre(CFiltre::Filtre_Parabole, 1, 1.0f).IsOK()); // refused, not divided by 0
+    EXPECT_TRUE(text.empty());
     EXPECT_FALSE(CFiltre(static_cast<CFiltre::e_Filtre>(10), 3, 0.0f).IsOK());
     EXPECT_FALSE(CFiltre(static_cast<CFiltre::e_Filtre>(-1), 3, 0.0f).IsOK());
-}
 
-TEST(FiltreCatalogue, UnknownKindWritesTheDebugText)
-{
-    FiltreProbe f(CFiltre::Filtre_Moyenne, 3, 0.0f);
+    FiltreProbe f(CFiltre::Filtre_Moyenne, 3, 0.0f), full(CFiltre::Filtre_Laplacien, 3, 0.0f);
     float table[2] = {7.0f, 7.0f};
-    test::CaptureDebugOutput capture;
+    text.clear();
     EXPECT_FALSE(f.RemplirFiltreConvolutif(table, static_cast<CFiltre::e_Filtre>(6), 1, 0.0f));
-    EXPECT_EQ(capture.text, L"\nCFiltre::CFiltre erreur m_NomFiltre");
+    EXPECT_EQ(text, L"\nCFiltre::CFiltre erreur m_NomFiltre");
     EXPECT_EQ(table[0], 7.0f);
-    capture.text.clear();
-    FiltreProbe full(CFiltre::Filtre_Laplacien, 3, 0.0f);
+    text.clear();
     EXPECT_FALSE(full.RemplirFiltreNonConvolutif(CFiltre::Filtre_Gaussien));
-    EXPECT_EQ(capture.text, L"\nCFiltre::CFiltre erreur m_NomFiltre");
-    capture.text.clear();
-    // Bad sizes and mismatched kinds are silent.
-    CFiltre a(CFiltre::Filtre_Moyenne, 4, 0.0f);
-    CFiltre b(CFiltre::Filtre_Laplacien, 3, CFiltre::Filtre_GradientY, 3, 0, 0);
-    EXPECT_TRUE(capture.text.empty());
-}
+    EXPECT_EQ(text, L"\nCFiltre::CFiltre erreur m_NomFiltre");
+    platform::set_debug_output_handler(old);
 
-TEST(FiltreCatalogue, ZeroTotalLeavesTheRawWeights)
-{
-    FiltreProbe f(CFiltre::Filtre_Moyenne, 3, 0.0f);
-    float table[1] = {5.0f};
+    // A zero total leaves the raw weights; a filter without tables touches nothing.
     EXPECT_FALSE(f.RemplirFiltreConvolutif(table, CFiltre::Filtre_Rampe, 0, 0.0f));
     EXPECT_EQ(table[0], 0.0f);
-    CFiltre invalid;
     table[0] = 5.0f;
-    EXPECT_FALSE(invalid.RemplirFiltreConvolutif(table, CFiltre::Filtre_Moyenne, 0, 0.0f));
+    EXPECT_FALSE(CFiltre().RemplirFiltreConvolutif(table, CFiltre::Filtre_Moyenne, 0, 0.0f));
     EXPECT_EQ(table[0], 5.0f);
 }
 
+// User coefficients are copied unchanged into a full kernel; even or zero sizes and null
+// coefficients leave no table at all.
 TEST(FiltreCatalogue, UserCoefficients)
 {
     float k[15];
@@ -203,18 +150,17 @@ TEST(FiltreCatalogue, UserCoefficients)
     EXPECT_FALSE(f.separable());
     EXPECT_EQ(f.nX(), 1);
     EXPECT_EQ(f.nY(), 2);
-    EXPECT_EQ(std::vector<float>(f.full_table(), f.full_table() + 15), std::vector<float>(k, k + 15));
+    EXPECT_EQ(f.full(), std::vector<float>(k, k + 15));
     EXPECT_EQ(f.Donne_TabFiltreX(), nullptr);
 
-    // Width 4 fails and leaves no table at all.
     FiltreProbe g(CFiltre::Filtre_Gaussien, 3, 1.0f);
     EXPECT_FALSE(g.DefinirCoefficientsFiltre(k, 4, 3));
     EXPECT_EQ(g.Donne_TabFiltreX(), nullptr);
-    EXPECT_EQ(g.full_table(), nullptr);
+    EXPECT_TRUE(g.full().empty());
     EXPECT_FALSE(g.DefinirCoefficientsFiltre(nullptr, 3, 3));
     EXPECT_FALSE(g.DefinirCoefficientsFiltre(k, 0, 3));
     EXPECT_TRUE(g.DefinirCoefficientsFiltre(k, 1, 1));
-    EXPECT_EQ(g.full_table()[0], k[0]);
+    EXPECT_EQ(g.full(), std::vector<float>{k[0]});
 }
 
 TEST(FiltreCatalogue, FailedAllocationMakesAnInvalidFilter)

@@ -14,43 +14,52 @@
 namespace kevra {
 namespace {
 
-void fill_random(CDib & dib, uint32_t seed)
+CDib random_image(int w, int h, int bpp, uint32_t seed)
 {
+    CDib dib(w, h, bpp);
     std::mt19937 rng(seed);
-    const int used = static_cast<int>((dib.Width() * dib.BitCount() + 7) / 8);
-    for (long r = 0; r < dib.Height(); ++r)
-        for (int i = 0; i < used; ++i)
-            dib.GetBits()[r * dib.Pitch() + i] = static_cast<uint8_t>(rng());
+    for (unsigned long i = 0; i < dib.SizeImage(); ++i)
+        dib.GetBits()[i] = static_cast<uint8_t>(rng());
+    return dib;
 }
 
-std::vector<uint8_t> pixels(CDib & dib)
-{
-    return std::vector<uint8_t>(dib.GetBits(), dib.GetBits() + dib.SizeImage());
-}
+std::vector<uint8_t> pixels(CDib &dib) { return std::vector<uint8_t>(dib.GetBits(), dib.GetBits() + dib.SizeImage()); }
 
-uint16_t & grey16(CDib & dib, int x, int row)
-{
-    return reinterpret_cast<uint16_t *>(dib.GetBits() + row * dib.Pitch())[x];
-}
+uint16_t &grey16(CDib &dib, int x, int row) { return reinterpret_cast<uint16_t *>(dib.GetBits() + row * dib.Pitch())[x]; }
 
-TEST(FiltreImage, LaplacianWithOffset128MakesAFlatImage128)
+// Results are clipped to the depth's range: 0..255, but 0..65535 at 16 bits. The filter takes
+// the image's depth.
+TEST(FiltreImage, LaplacianIsClippedToTheDepth)
 {
-    CDib dib(9, 5, 8);
-    std::memset(dib.GetBits(), 77, dib.SizeImage());
+    CDib grey(5, 5, 8), deep(5, 5, 16), flat(9, 5, 8);
+    for (int r = 0; r < 5; ++r)
+        for (int x = 0; x < 5; ++x) {
+            grey.GetBits()[r * grey.Pitch() + x] = x == 2 && r == 2 ? 40 : 20;
+            grey16(deep, x, r) = x == 2 && r == 2 ? 1100 : 1000;
+        }
     CFiltre lap(CFiltre::Filtre_Laplacien, 3, 0.0f);
-    ASSERT_TRUE(lap.FiltrerAvecOffsetFacteur(&dib, 128.0f, 1.0f));
+    ASSERT_TRUE(lap.Filtrer(&grey));
+    EXPECT_EQ(grey.GetBits()[2 * grey.Pitch() + 2], 160); // 8 * 20
+    EXPECT_EQ(grey.GetBits()[2 * grey.Pitch() + 1], 0);   // -20 clipped
+    EXPECT_EQ(grey.GetBits()[0], 0);
+    ASSERT_TRUE(lap.Filtrer(&deep));
+    EXPECT_EQ(grey16(deep, 2, 2), 800); // above 255, kept at 16 bits
+    EXPECT_EQ(grey16(deep, 2, 1), 0);
+    EXPECT_EQ(lap.GetBpp(), 16);
+    // A flat region with offset 128 and factor 1 becomes 128.
+    std::memset(flat.GetBits(), 77, flat.SizeImage());
+    ASSERT_TRUE(lap.FiltrerAvecOffsetFacteur(&flat, 128.0f, 1.0f));
     for (long r = 0; r < 5; ++r)
         for (int x = 0; x < 9; ++x)
-            ASSERT_EQ(dib.GetBits()[r * dib.Pitch() + x], 128) << x << "," << r;
+            ASSERT_EQ(flat.GetBits()[r * flat.Pitch() + x], 128) << x << "," << r;
     EXPECT_EQ(lap.GetBpp(), 8);
 }
 
+// The separable engines ignore offset and factor.
 TEST(FiltreImage, GaussianIgnoresOffsetAndFactor)
 {
     for (int bpp : {8, 16, 24}) {
-        CDib a(13, 8, bpp), b(13, 8, bpp);
-        fill_random(a, 5);
-        fill_random(b, 5);
+        CDib a = random_image(13, 8, bpp, 5), b = random_image(13, 8, bpp, 5);
         a.SetZoneTravail(CRect(2, 1, 11, 6));
         b.SetZoneTravail(CRect(2, 1, 11, 6));
         CFiltre f(CFiltre::Filtre_Gaussien, 5, 1.0f), g(CFiltre::Filtre_Gaussien, 5, 1.0f);
@@ -60,35 +69,11 @@ TEST(FiltreImage, GaussianIgnoresOffsetAndFactor)
     }
 }
 
-// Results are clipped to the depth's range: 0..255, but 0..65535 at 16 bits.
-TEST(FiltreImage, ClippingFollowsTheDepth)
-{
-    CDib grey(5, 5, 8);
-    std::memset(grey.GetBits(), 20, grey.SizeImage());
-    grey.GetBits()[2 * grey.Pitch() + 2] = 40;
-    CFiltre lap(CFiltre::Filtre_Laplacien, 3, 0.0f);
-    ASSERT_TRUE(lap.Filtrer(&grey));
-    EXPECT_EQ(grey.GetBits()[2 * grey.Pitch() + 2], 160); // 8 * 20
-    EXPECT_EQ(grey.GetBits()[2 * grey.Pitch() + 1], 0);   // -20 clipped
-    EXPECT_EQ(grey.GetBits()[0], 0);
-
-    CDib deep(5, 5, 16);
-    for (int r = 0; r < 5; ++r)
-        for (int x = 0; x < 5; ++x)
-            grey16(deep, x, r) = 1000;
-    grey16(deep, 2, 2) = 1100;
-    ASSERT_TRUE(lap.Filtrer(&deep));
-    EXPECT_EQ(grey16(deep, 2, 2), 800); // above 255, kept at 16 bits
-    EXPECT_EQ(grey16(deep, 2, 1), 0);
-    EXPECT_EQ(lap.GetBpp(), 16);
-}
-
-// The zone's pixels read their real neighbours beyond the zone; only the
-// zone changes.
+// The zone's pixels read their real neighbours beyond the zone; only the zone changes, each
+// value truncated.
 TEST(FiltreImage, OnlyTheWorkingZoneChanges)
 {
-    CDib dib(10, 9, 24);
-    fill_random(dib, 6);
+    CDib dib = random_image(10, 9, 24, 6);
     const std::vector<uint8_t> before = pixels(dib);
     dib.SetZoneTravail(CRect(3, 2, 6, 5)); // buffer rows 3..6
     CFiltre f(CFiltre::Filtre_Moyenne, 3, 0.0f);
@@ -98,33 +83,25 @@ TEST(FiltreImage, OnlyTheWorkingZoneChanges)
     for (int r = 0; r < 9; ++r)
         for (int x = 0; x < 10; ++x)
             for (int c = 0; c < 3; ++c) {
-                const uint8_t got = dib.GetBits()[r * dib.Pitch() + 3 * x + c];
-                if (x < 3 || x > 6 || r < 3 || r > 6) {
-                    ASSERT_EQ(got, before[r * dib.Pitch() + 3 * x + c]);
-                    continue;
-                }
                 auto across = [&](int row) { return k * src(x, row, c) + k * (src(x - 1, row, c) + src(x + 1, row, c)); };
-                const float v = k * across(r) + k * (across(r - 1) + across(r + 1));
-                ASSERT_EQ(got, static_cast<uint8_t>(v)) << x << "," << r << "," << c;
+                const bool inside = x >= 3 && x <= 6 && r >= 3 && r <= 6;
+                const int want = inside ? static_cast<uint8_t>(k * across(r) + k * (across(r - 1) + across(r + 1))) : before[r * dib.Pitch() + 3 * x + c];
+                ASSERT_EQ(dib.GetBits()[r * dib.Pitch() + 3 * x + c], want) << x << "," << r << "," << c;
             }
 }
 
 TEST(FiltreImage, RefusalsLeaveTheImageUnchanged)
 {
-    CFiltre f(CFiltre::Filtre_Gaussien, 3, 1.0f);
-    EXPECT_FALSE(f.Filtrer(nullptr));
-    CDib empty;
-    EXPECT_FALSE(f.Filtrer(&empty));
-
-    CDib dib(6, 4, 16);
-    fill_random(dib, 7);
+    CFiltre f(CFiltre::Filtre_Gaussien, 3, 1.0f), invalid;
+    CDib empty, dib = random_image(6, 4, 16, 7);
     const std::vector<uint8_t> before = pixels(dib);
+    EXPECT_FALSE(f.Filtrer(nullptr));
+    EXPECT_FALSE(f.Filtrer(&empty));
+    EXPECT_FALSE(invalid.Filtrer(&dib));
     {
         kevra_test::FailAllocations fail;
         EXPECT_FALSE(f.Filtrer(&dib));
     }
-    CFiltre invalid;
-    EXPECT_FALSE(invalid.Filtrer(&dib));
     EXPECT_EQ(pixels(dib), before);
 }
 
