@@ -2,11 +2,9 @@
 // exact file of whole runs with a deterministic clock.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <iomanip>
 #include <sstream>
-#include <thread>
 
 #include "kevra/lut.h"
 #include "kevra/sequenceur.h"
@@ -38,23 +36,6 @@ TEST(SequencerTrace, LinesAreUtf8WithTheErrorPrefixAndTheDecisionStays)
     std::remove(trace.path().c_str());
     CSequenceur::TraceAppels(L"deux", false, false);
     EXPECT_EQ(trace.text(), "deux\n");
-}
-
-// Threads that race to the first line all get their lines written.
-TEST(SequencerTrace, ConcurrentFirstLinesAreAllWritten)
-{
-    TraceFile trace;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([t] {
-            for (int i = 0; i < 50; ++i)
-                CSequenceur::TraceAppels(L"ligne", false, t >= 2);
-        });
-    for (auto &thread : threads)
-        thread.join();
-    const std::vector<std::string> lines = trace.lines();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "ligne"), 100);
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "ERROR : ligne"), 100);
 }
 
 // A whole 8-bit run: ordered steps, timed lines for the pixel steps, plain
