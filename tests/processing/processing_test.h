@@ -1,12 +1,11 @@
 // Helpers for the processing tests: a guarded pixel buffer of any depth, one processor per
-// depth behind a generic call, and whole-buffer comparisons.
+// depth behind a generic call, whole-buffer comparisons and allocation failures.
 #ifndef KEVRA_TESTS_PROCESSING_PROCESSING_TEST_H
 #define KEVRA_TESTS_PROCESSING_PROCESSING_TEST_H
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstring>
 #include <initializer_list>
 #include <random>
 #include <sstream>
@@ -43,7 +42,6 @@ public:
 
     uint8_t *bits() { return m_store.data() + kGuard; }
     const uint8_t *bits() const { return m_store.data() + kGuard; }
-    uint8_t *at(long x, long r) { return bits() + r * pitch + x * bpp / 8; }
     int channels() const { return bpp == 24 ? 3 : 1; }
     // Sample c of pixel (x, buffer row r): the 16-bit word at 16 bits, else byte c.
     int get(long x, long r, int c = 0) const
@@ -53,7 +51,7 @@ public:
     }
     void set(long x, long r, int v, int c = 0)
     {
-        uint8_t *p = at(x, r);
+        uint8_t *p = bits() + r * pitch + x * bpp / 8;
         if (bpp == 16)
             p[1] = static_cast<uint8_t>(v >> 8);
         p[bpp == 16 ? 0 : c] = static_cast<uint8_t>(v);
@@ -64,13 +62,10 @@ public:
         for (int v : values)
             set(x0++, r, v, c);
     }
-    // The same value in every sample.
     void fill(int v)
     {
-        for (long r = 0; r < h; ++r)
-            for (long x = 0; x < w; ++x)
-                for (int c = 0; c < channels(); ++c)
-                    set(x, r, v, c);
+        for (long i = 0; i < w * h * channels(); ++i)
+            set(i / channels() % w, i / channels() / w, v, static_cast<int>(i % channels()));
     }
     std::vector<uint8_t> rows() const { return std::vector<uint8_t>(bits(), bits() + pitch * h); }
     bool intact() const
@@ -105,9 +100,9 @@ bool on_depth(int bpp, F &&f)
     return f(t);
 }
 
-// Every sample of `after` compared with `before`: inside the inclusive picture rectangle it
-// must be want(old sample, x, buffer row, channel), outside it must be unchanged; padding and
-// guards must hold their sentinel.
+// Every sample of `after` against `before`: inside the inclusive picture rectangle it must be
+// want(old sample, x, buffer row, channel), outside it must be unchanged; padding and guards
+// must still hold their sentinel.
 template <class F>
 void expect_in_rect(const Buf &before, const Buf &after, CRect rc, F want)
 {
@@ -116,11 +111,23 @@ void expect_in_rect(const Buf &before, const Buf &after, CRect rc, F want)
             for (int c = 0; c < after.channels(); ++c) {
                 const long y = after.h - 1 - r;
                 const bool in = x >= rc.left && x <= rc.right && y >= rc.top && y <= rc.bottom;
-                const int old = before.get(x, r, c);
-                ASSERT_EQ(after.get(x, r, c), in ? want(old, x, r, c) : old)
+                ASSERT_EQ(after.get(x, r, c), in ? want(before.get(x, r, c), x, r, c) : before.get(x, r, c))
                     << "pixel " << x << ", buffer row " << r << ", channel " << c;
             }
     EXPECT_TRUE(after.intact());
+}
+
+// "" when equal, else where the first byte differs (for differential tests).
+inline std::string first_difference(const Buf &a, const Buf &b)
+{
+    const std::vector<uint8_t> x = a.rows(), y = b.rows();
+    std::size_t i = 0;
+    while (i < x.size() && x[i] == y[i])
+        ++i;
+    std::ostringstream s;
+    if (i < x.size())
+        s << "byte " << i << " (row " << i / a.pitch << "): " << int(x[i]) << " vs " << int(y[i]);
+    return s.str();
 }
 
 // Makes the library's allocations that `fails` selects (by size) fail while alive.
@@ -128,44 +135,21 @@ class FailIf {
 public:
     explicit FailIf(kevra::platform::allocation_hook fails) : m_prev(kevra::platform::set_allocation_hook(fails)) {}
     ~FailIf() { kevra::platform::set_allocation_hook(m_prev); }
-    FailIf(const FailIf &) = delete;
-    FailIf &operator=(const FailIf &) = delete;
 
 private:
     kevra::platform::allocation_hook m_prev;
 };
 inline bool all_sizes(std::size_t) { return true; }
 
-// "" when equal, else where the first byte differs (for differential tests).
-inline std::string first_difference(const std::vector<uint8_t> &a, const std::vector<uint8_t> &b, long pitch)
+// An image's pixel bytes; with a seed, first filled with random bytes.
+inline std::vector<uint8_t> image_bytes(kevra::CDibRoot &image, uint32_t seed = 0)
 {
-    if (a == b)
-        return "";
-    std::size_t i = 0;
-    while (i < a.size() && i < b.size() && a[i] == b[i])
-        ++i;
-    std::ostringstream s;
-    s << "byte " << i << " (row " << i / pitch << ", byte " << i % pitch << ")";
-    if (i < a.size() && i < b.size())
-        s << ": " << int(a[i]) << " vs " << int(b[i]);
-    return s.str();
-}
-
-inline void fill_random(kevra::CDibRoot &image, uint32_t seed)
-{
-    std::mt19937 rng(seed);
     uint8_t *bits = image.GetBits();
-    for (long i = 0; i < static_cast<long>(image.Pitch()) * image.Height(); ++i)
+    const std::size_t n = bits ? static_cast<std::size_t>(image.Pitch()) * image.Height() : 0;
+    std::mt19937 rng(seed);
+    for (std::size_t i = 0; seed != 0 && i < n; ++i)
         bits[i] = static_cast<uint8_t>(rng());
-    image.ReleaseBits();
-}
-
-inline std::vector<uint8_t> image_bytes(kevra::CDibRoot &image)
-{
-    const uint8_t *bits = image.GetBits();
-    std::vector<uint8_t> v;
-    if (bits != nullptr)
-        v.assign(bits, bits + static_cast<long>(image.Pitch()) * image.Height());
+    std::vector<uint8_t> v(bits, bits + n);
     image.ReleaseBits();
     return v;
 }

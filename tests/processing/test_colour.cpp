@@ -1,13 +1,16 @@
-// Colour adjustments of the 24-bit class: exact bytes, rectangle conventions, refusals.
+// The 24-bit class's colour model and adjustments: exact doubles and bytes, rectangle
+// conventions, refusals, and the memoised hue/lightness path against the plain one.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <functional>
+#include <random>
 #include <vector>
 
 #include "kevra/dib.h"
 #include "kevra/lut.h"
 #include "kevra/traitement.h"
+#include "processing/detail/colour_walk.h"
 #include "processing_test.h"
 
 using namespace kevra;
@@ -23,10 +26,7 @@ Op lum(int l) { return [l](T &t, Buf &b, CRect &rc) { return t.ReglageLuminance(
 Op red(int l) { return [l](T &t, Buf &b, CRect &rc) { return t.ReglageRouge(l, b.w, b.h, b.bits(), rc); }; }
 Op green(int l) { return [l](T &t, Buf &b, CRect &rc) { return t.ReglageVert(l, b.w, b.h, b.bits(), rc); }; }
 Op blue(int l) { return [l](T &t, Buf &b, CRect &rc) { return t.ReglageBleu(l, b.w, b.h, b.bits(), rc); }; }
-Op rgb(int r, int g, int b_)
-{
-    return [=](T &t, Buf &b, CRect &rc) { return t.ReglageRougeVertBleu(r, g, b_, b.w, b.h, b.bits(), rc); };
-}
+Op rgb(int r, int g, int bl) { return [=](T &t, Buf &b, CRect &rc) { return t.ReglageRougeVertBleu(r, g, bl, b.w, b.h, b.bits(), rc); }; }
 Op black_white() { return [](T &t, Buf &b, CRect &rc) { return t.NoirEtBlanc(b.w, b.h, b.bits(), rc); }; }
 
 // The grey-table gain of a level: contrast (level + 100) * 0.01 in single precision.
@@ -37,7 +37,7 @@ int gain(int level, int v)
     return table[v];
 }
 
-// Runs op over the whole of buffer b (the rectangle spelt in op's convention).
+// Runs op over the whole of buffer b, the rectangle spelt in op's convention.
 void run_whole(const Op &op, Buf &b, bool inclusive)
 {
     T t;
@@ -47,15 +47,93 @@ void run_whole(const Op &op, Buf &b, bool inclusive)
 
 std::vector<int> pixel(const Buf &b, long x, long r) { return {b.get(x, r, 0), b.get(x, r, 1), b.get(x, r, 2)}; }
 
+std::vector<int> to_rgb(T &t, double h, double s, double l)
+{
+    unsigned char c1 = 0, c2 = 0, c3 = 0;
+    t.HSLtoRGB(h, s, l, &c1, &c2, &c3);
+    return {c1, c2, c3};
+}
+
 } // namespace
+
+// Components are scaled by k (255 k is exactly 1); the hue is measured from the first
+// component, a tie for the maximum goes to the first rule that matches, a negative sector is
+// brought into one turn; saturation is d / (max + min) below L = 0.5, else d / (2 - max - min).
+TEST(ColourModel, RgbToHslExactDoubles)
+{
+    const double k = 0.00392156862745098, sixth = 0.16666666666666666;
+    struct Case { int c1, c2, c3; double h, s, l; };
+    const Case cases[] = {
+        {0, 0, 0, 0, 0, 0},           {255, 255, 255, 0, 0, 1.0},       {255, 0, 0, 0, 1, 0.5},
+        {0, 255, 0, 2.0 * sixth, 1, 0.5}, {0, 0, 255, 4.0 * sixth, 1, 0.5}, {255, 0, 255, -1.0 * sixth + 1.0, 1, 0.5},
+        {200, 200, 100, 1.0 * sixth, (200 * k - 100 * k) / (2.0 - 200 * k - 100 * k), (200 * k + 100 * k) * 0.5},
+        {100, 200, 200, 3.0 * sixth, (200 * k - 100 * k) / (2.0 - 200 * k - 100 * k), (200 * k + 100 * k) * 0.5},
+        {100, 50, 20, ((50 * k - 20 * k) / (100 * k - 20 * k)) * sixth, (100 * k - 20 * k) / (100 * k + 20 * k), (100 * k + 20 * k) * 0.5},
+        {250, 200, 180, ((200 * k - 180 * k) / (250 * k - 180 * k)) * sixth, (250 * k - 180 * k) / (2.0 - 250 * k - 180 * k),
+         (250 * k + 180 * k) * 0.5},
+    };
+    T t;
+    for (const Case &c : cases) {
+        double h = -1, s = -1, l = -1, hp = -1, sp = -1, lp = -1;
+        t.RGBtoHSL(static_cast<unsigned char>(c.c1), static_cast<unsigned char>(c.c2), static_cast<unsigned char>(c.c3), &h, &s, &l);
+        EXPECT_TRUE(h == c.h && s == c.s && l == c.l) << c.c1 << " " << c.c2 << " " << c.c3 << ": " << h << " " << s << " " << l;
+        // The packed forms put the first component in the lowest byte; the top byte is ignored.
+        t.RGBtoHSL(static_cast<unsigned long>(c.c1 | c.c2 << 8 | c.c3 << 16) | 0xAB000000ul, &hp, &sp, &lp);
+        EXPECT_TRUE(hp == h && sp == s && lp == l);
+        const std::vector<int> back = to_rgb(t, h, s, l);
+        EXPECT_EQ(t.HSLtoRGB(h, s, l), static_cast<unsigned long>(back[0] | back[1] << 8 | back[2] << 16));
+    }
+    EXPECT_EQ(t.HSLtoRGB(0.0, 1.0, 0.5), 0x0000FFul);
+}
+
+TEST(ColourModel, HueSectorsOneCorrectionEachWayAndClamps)
+{
+    T t;
+    const double m1 = 0.25, m2 = 0.75;
+    EXPECT_EQ(t.HuetoRGB(m1, m2, 0.1), m1 + ((m2 - m1) * 0.1) * 6.0);
+    EXPECT_EQ(t.HuetoRGB(m1, m2, 0.4), m2);
+    EXPECT_EQ(t.HuetoRGB(m1, m2, 0.6), m1 + ((m2 - m1) * (0.6666666666666666 - 0.6)) * 6.0);
+    EXPECT_EQ(t.HuetoRGB(m1, m2, 0.9), m1);
+    // -0.9 -> 0.1, 1.4 -> 0.4, but 2.5 -> 1.5 stays past a turn.
+    EXPECT_EQ(t.HuetoRGB(m1, m2, -0.9), t.HuetoRGB(m1, m2, -0.9 + 1.0));
+    EXPECT_EQ(t.HuetoRGB(m1, m2, 1.4), m2);
+    EXPECT_EQ(t.HuetoRGB(m1, m2, 2.5), m1);
+    // H = 1.5 is inside the 0..360 clamp: H + 1/3 loses one turn only, H - 1/3 is 1.1666 ->
+    // 0.1666; (2/3 - 1/2) * 6 falls just short of 1 and truncates to 254. Above two turns the
+    // hue is not brought back at all: every component takes m1.
+    EXPECT_EQ(to_rgb(t, 1.5, 1.0, 0.5), (std::vector<int>{0, 254, 255}));
+    EXPECT_EQ(to_rgb(t, 5.0, 1.0, 0.5), (std::vector<int>{0, 0, 0}));
+    // Lightness above 1 is white, below 0 black; saturation above 1 acts as 1; a negative hue is 0.
+    EXPECT_EQ(t.HSLtoRGB(0.3, 0.5, 7.0), 0xFFFFFFul);
+    EXPECT_EQ(t.HSLtoRGB(0.3, 0.5, -1.0), 0x000000ul);
+    EXPECT_EQ(t.HSLtoRGB(0.0, 3.0, 0.5), t.HSLtoRGB(0.0, 1.0, 0.5));
+    EXPECT_EQ(t.HSLtoRGB(-0.2, 1.0, 0.5), t.HSLtoRGB(0.0, 1.0, 0.5));
+}
+
+TEST(ColourModel, ExactlyTwentyFourGreysComeBackOneLower)
+{
+    T t;
+    std::vector<int> lower;
+    for (int g = 0; g < 256; ++g) {
+        double h, s, l;
+        t.RGBtoHSL(static_cast<unsigned char>(g), static_cast<unsigned char>(g), static_cast<unsigned char>(g), &h, &s, &l);
+        const std::vector<int> back = to_rgb(t, h, s, l);
+        ASSERT_TRUE(back[0] == back[1] && back[1] == back[2] && (back[0] == g || back[0] == g - 1)) << g;
+        if (back[0] != g)
+            lower.push_back(g);
+    }
+    EXPECT_EQ(lower, (std::vector<int>{33, 37, 41, 45, 49, 53, 57, 61, 66, 74, 82, 90, 98, 106, 114, 122, 132, 148, 164, 180,
+                                       196, 212, 228, 244}));
+}
 
 // One pixel (bytes in buffer order) through each adjustment. Saturation is fixed point: at 200 %
 // C = 60, 50, 41 (x1024), M = 151*1024/3 = 51541, e = (M*1024 + 2*(C*1024 - M)*1024) >> 20. At
 // 300 % (200, 100, 0) would give 400 and -200, and the negative side limits s to 1024;
 // (160, 120, 80) just fits; (200, 150, 100) clips on the positive side only: s = 2150.
 // Negative levels mirror the deviation and keep the low 8 bits (-85 is stored as 171). Hue is
-// scaled from the first byte's primary; greys only show the conversion's truncation.
-TEST(Colour, ExactPixels)
+// scaled from the first byte's primary; greys only show the conversion's truncation. A
+// lightness above one half doubled is white. Black and white takes the second byte.
+TEST(ColourAdjustments, ExactPixels)
 {
     struct Case { Op op; bool inclusive; std::vector<int> in, out; };
     const Case cases[] = {
@@ -66,10 +144,9 @@ TEST(Colour, ExactPixels)
         {hue(200), false, {0, 255, 0}, {0, 0, 255}},         {hue(100), false, {0, 255, 0}, {0, 255, 0}},
         {hue(170), false, {33, 33, 33}, {32, 32, 32}},       {lum(0), false, {120, 40, 200}, {0, 0, 0}},
         {lum(100), false, {66, 66, 66}, {65, 65, 65}},       {lum(200), false, {64, 64, 64}, {128, 128, 128}},
-        {lum(200), false, {200, 150, 90}, {255, 255, 255}}, // lightness above one half doubled: white
-        {black_white(), true, {10, 20, 30}, {20, 20, 20}},   {red(-100), true, {40, 90, 200}, {40, 90, 0}},
-        {red(100), true, {40, 90, 200}, {40, 90, 255}},      {red(100), true, {40, 90, 100}, {40, 90, gain(100, 100)}},
-        {green(50), true, {40, 90, 200}, {40, gain(50, 90), 200}},
+        {lum(200), false, {200, 150, 90}, {255, 255, 255}},  {black_white(), true, {10, 20, 30}, {20, 20, 20}},
+        {red(-100), true, {40, 90, 200}, {40, 90, 0}},       {red(100), true, {40, 90, 200}, {40, 90, 255}},
+        {red(100), true, {40, 90, 100}, {40, 90, gain(100, 100)}}, {green(50), true, {40, 90, 200}, {40, gain(50, 90), 200}},
         {blue(-30), true, {40, 90, 200}, {gain(-30, 40), 90, 200}},
     };
     for (std::size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
@@ -81,9 +158,8 @@ TEST(Colour, ExactPixels)
     }
     // The saturation limit is per pixel: a neighbour that would not clip gets the full factor.
     Buf b(2, 1, 24);
-    b.set_row(0, {200, 110}, 0, 0);
-    b.set_row(0, {100, 100}, 0, 1);
-    b.set_row(0, {0, 90}, 0, 2);
+    for (int c = 0; c < 3; ++c)
+        b.set_row(0, {c == 0 ? 200 : c == 1 ? 100 : 0, c == 0 ? 110 : c == 1 ? 100 : 90}, 0, c);
     run_whole(sat(300), b, false);
     EXPECT_EQ(pixel(b, 0, 0), (std::vector<int>{200, 100, 0}));
     EXPECT_EQ(pixel(b, 1, 0), (std::vector<int>{130, 100, 70}));
@@ -91,8 +167,9 @@ TEST(Colour, ExactPixels)
 
 // Whole random buffers: saturation 100 and the zero gains leave every pixel, saturation 0 gives
 // the integer mean, the three gains act on their own byte (red is the third), hue 100 only
-// lowers some bytes by one.
-TEST(Colour, WholeBuffers)
+// lowers some bytes by one, luminance is the model's, and teeth whitening is luminance in both
+// calling orders.
+TEST(ColourAdjustments, WholeBuffers)
 {
     const Buf before(37, 9, 24, 7);
     auto mean = [&](long x, long r) { return (before.get(x, r, 0) + before.get(x, r, 1) + before.get(x, r, 2)) / 3; };
@@ -108,7 +185,7 @@ TEST(Colour, WholeBuffers)
         run_whole(k.op, b, k.inclusive);
         proc_test::expect_in_rect(before, b, CRect(0, 0, 36, 8), k.want);
     }
-    Buf b = before;
+    Buf b = before, l = before, w1 = before, w2 = before;
     run_whole(hue(100), b, false);
     int lowered = 0;
     proc_test::expect_in_rect(before, b, CRect(0, 0, 36, 8), [&](int v, long x, long r, int c) {
@@ -116,32 +193,20 @@ TEST(Colour, WholeBuffers)
         return b.get(x, r, c) == v - 1 ? v - 1 : v;
     });
     EXPECT_GT(lowered, 0);
-}
-
-TEST(Colour, LuminanceMatchesTheModelAndWhiteningIsLuminance)
-{
-    Buf b(9, 4, 24, 5), w1(11, 3, 24, 9), w2 = w1, w3 = w1;
-    const Buf orig = b;
+    run_whole(lum(137), l, false);
     T t;
-    run_whole(lum(137), b, false);
-    // The factor goes through single precision: 137.0f widened, times 0.01.
-    const double factor = static_cast<double>(137.0f) * 0.01;
-    for (long r = 0; r < 4; ++r)
-        for (long x = 0; x < 9; ++x) {
-            double H, S, L;
-            unsigned char c[3];
-            t.RGBtoHSL(orig.get(x, r, 0), orig.get(x, r, 1), orig.get(x, r, 2), &H, &S, &L);
-            t.HSLtoRGB(H, S, factor * L, &c[0], &c[1], &c[2]);
-            ASSERT_EQ(pixel(b, x, r), (std::vector<int>{c[0], c[1], c[2]})) << x << "," << r;
-        }
-    CRect rc(1, 0, 10, 3);
-    EXPECT_TRUE(t.ReglageLuminance(125, 11, 3, w1.bits(), rc));
-    EXPECT_TRUE(t.BlanchimentDents(11, 3, w2.bits(), rc, 125));
-    EXPECT_TRUE(t.BlanchimentDents(125, 11, 3, w3.bits(), rc));
-    EXPECT_TRUE(w1.rows() == w2.rows() && w1.rows() == w3.rows());
+    const double factor = static_cast<double>(137.0f) * 0.01; // through single precision
+    for (long i = 0; i < 37 * 9; ++i) {
+        double H, S, L;
+        t.RGBtoHSL(before.get(i % 37, i / 37, 0), before.get(i % 37, i / 37, 1), before.get(i % 37, i / 37, 2), &H, &S, &L);
+        ASSERT_EQ(pixel(l, i % 37, i / 37), to_rgb(t, H, S, factor * L)) << i;
+    }
+    CRect rc(0, 0, 37, 9);
+    EXPECT_TRUE(t.BlanchimentDents(37, 9, w1.bits(), rc, 137) && t.BlanchimentDents(137, 37, 9, w2.bits(), rc));
+    EXPECT_TRUE(w1.rows() == l.rows() && w2.rows() == l.rows());
 }
 
-TEST(Colour, SaturationKernelAndEmptyHalfOpenRectangle)
+TEST(ColourAdjustments, SaturationKernelAndEmptyHalfOpenRectangle)
 {
     T t;
     uint8_t src[6] = {10, 20, 30, 90, 60, 30}, dst[6] = {1, 1, 1, 1, 1, 1};
@@ -182,10 +247,17 @@ const Form kForms[] = {
 
 // The image forms pass the inclusive working zone: the half-open operations leave its right
 // column and bottom row, the others cover it all. Inside, each pixel is what the buffer form
-// gives it over the whole buffer.
-TEST(ColourImageForms, HalfOpenOperationsSkipTheZonesRightColumnAndBottomRow)
+// gives it over the whole buffer. Null, grey, empty and invalid images are refused.
+TEST(ColourImageForms, ZoneCoverageAndRefusals)
 {
-    const CRect zone(1, 1, 5, 4);
+    CDibRoot grey(CSize(4, 3), 8), empty, invalid;
+    const auto grey0 = proc_test::image_bytes(grey, 3);
+    {
+        // A 24-bit store whose pixel block could not be allocated: right depth, not IsOK.
+        proc_test::FailIf fail([](std::size_t n) { return n >= 3000; });
+        EXPECT_FALSE(invalid.Create(CSize(40, 30), 24));
+    }
+    ASSERT_TRUE(invalid.BitCount() == 24 && !invalid.IsOK());
     for (const Form &f : kForms) {
         SCOPED_TRACE(f.name);
         const Buf before(7, 6, 24, 21);
@@ -193,7 +265,7 @@ TEST(ColourImageForms, HalfOpenOperationsSkipTheZonesRightColumnAndBottomRow)
         run_whole(f.buffer, whole, f.inclusive);
         CDibRoot img(CSize(7, 6), 24);
         std::memcpy(img.GetBits(), before.bits(), static_cast<std::size_t>(before.pitch * before.h));
-        img.SetZoneTravail(zone);
+        img.SetZoneTravail(CRect(1, 1, 5, 4));
         T t;
         ASSERT_TRUE(f.image(t, &img));
         std::memcpy(got.bits(), img.GetBits(), static_cast<std::size_t>(got.pitch * got.h));
@@ -201,22 +273,83 @@ TEST(ColourImageForms, HalfOpenOperationsSkipTheZonesRightColumnAndBottomRow)
         const CRect covered(1, 1, f.inclusive ? 5 : 4, f.inclusive ? 4 : 3);
         proc_test::expect_in_rect(before, got, covered, [&](int, long x, long r, int c) { return whole.get(x, r, c); });
         EXPECT_NE(got.rows(), before.rows());
+        EXPECT_FALSE(f.image(t, nullptr) || f.image(t, &grey) || f.image(t, &empty) || f.image(t, &invalid));
     }
+    EXPECT_EQ(proc_test::image_bytes(grey), grey0);
 }
 
-TEST(ColourImageForms, RefuseNullWrongDepthAndInvalidImages)
+namespace {
+
+// Random pixels; with few_colours they are drawn from 300 colours so that the memo's hits and
+// slot collisions are both exercised.
+Buf random_colours(long width, long height, uint32_t seed, bool few_colours)
 {
-    CDibRoot grey(CSize(4, 3), 8), empty, invalid;
-    proc_test::fill_random(grey, 3);
-    const auto grey0 = proc_test::image_bytes(grey);
-    {
-        // A 24-bit store whose pixel block could not be allocated: right depth, not IsOK.
-        proc_test::FailIf fail([](std::size_t n) { return n >= 3000; });
-        EXPECT_FALSE(invalid.Create(CSize(40, 30), 24));
+    Buf b(width, height, 24, seed);
+    std::mt19937 rng(seed);
+    std::vector<uint32_t> palette(300);
+    for (auto &c : palette)
+        c = rng();
+    for (long i = 0; i < width * height * 3 && few_colours; i += 3) {
+        const uint32_t colour = palette[rng() % 300];
+        for (int c = 0; c < 3; ++c)
+            b.set(i / 3 % width, i / 3 / width, static_cast<int>(colour >> 8 * c & 0xFF), c);
     }
-    ASSERT_TRUE(invalid.BitCount() == 24 && !invalid.IsOK());
+    return b;
+}
+
+bool run_model(bool memo, Buf &b, const CRect &rc, double factor, detail::ModelFn model)
+{
+    const auto v = detail::view<detail::Bgr24>(b.w, b.h, b.bits());
+    if (memo)
+        return detail::apply_model_memo(v, detail::half_open_runs(b.h, rc), factor, model);
+    detail::apply_model_plain(v, detail::half_open_runs(b.h, rc), factor, model);
+    return true;
+}
+
+} // namespace
+
+TEST(ColourMemo, SameBytesAsThePlainPath)
+{
+    struct Case { long width, height; CRect rect; }; // half-open
+    const Case cases[] = {
+        {1, 1, CRect(0, 0, 1, 1)},     {7, 5, CRect(0, 0, 7, 5)},   {7, 5, CRect(2, 1, 7, 4)},
+        {13, 9, CRect(0, 3, 5, 9)},    {1, 40, CRect(0, 0, 1, 40)}, {41, 1, CRect(3, 0, 41, 1)},
+        {301, 217, CRect(0, 0, 301, 217)}, {301, 217, CRect(17, 5, 290, 200)},
+        {331, 250, CRect(1, 2, 330, 249)}, // enough colours that the memo gives up part way and finishes plainly
+    };
+    uint32_t seed = 1;
+    for (const Case &c : cases)
+        for (detail::ModelFn model : {detail::scale_hue, detail::scale_lightness})
+            for (int level : {0, 37, 100, 200, 1000})
+                for (bool few : {false, true}) {
+                    SCOPED_TRACE(testing::Message() << c.width << "x" << c.height << " level " << level << (few ? " few colours" : ""));
+                    Buf plain = random_colours(c.width, c.height, ++seed, few), memo = plain;
+                    run_model(false, plain, c.rect, detail::model_factor(level), model);
+                    ASSERT_TRUE(run_model(true, memo, c.rect, detail::model_factor(level), model));
+                    ASSERT_EQ(proc_test::first_difference(plain, memo), "");
+                    ASSERT_TRUE(memo.intact());
+                }
+}
+
+// Through the public forms (above the size where the memo is chosen), with the switch on or
+// off, and with the memo's table made to fail: the bytes of the plain path each time.
+TEST(ColourMemo, PublicFormsAndAllocationFallback)
+{
+    const Buf source = random_colours(311, 263, 77, true);
     T t;
-    for (const Form &f : kForms)
-        EXPECT_FALSE(f.image(t, nullptr) || f.image(t, &grey) || f.image(t, &empty) || f.image(t, &invalid)) << f.name;
-    EXPECT_EQ(proc_test::image_bytes(grey), grey0);
+    CRect rc(0, 1, 311, 261);
+    for (int op = 0; op < 2; ++op)
+        for (int mode = 0; mode < 2; ++mode) {
+            Buf plain = source, other = source;
+            auto call = [&](Buf &b) {
+                return op == 0 ? t.ReglageTeinte(150, b.w, b.h, b.bits(), rc) : t.ReglageLuminance(130, b.w, b.h, b.bits(), rc);
+            };
+            detail::set_colour_memo_enabled(false);
+            EXPECT_TRUE(call(plain));
+            detail::set_colour_memo_enabled(true);
+            proc_test::FailIf fail([mode](std::size_t) { return mode == 1; });
+            EXPECT_TRUE(call(other));
+            EXPECT_FALSE(mode == 1 && run_model(true, other, rc, 1.0, detail::scale_lightness));
+            EXPECT_EQ(proc_test::first_difference(plain, other), "") << op << mode;
+        }
 }

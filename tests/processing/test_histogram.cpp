@@ -12,7 +12,6 @@
 
 using namespace kevra;
 using proc_test::Buf;
-using proc_test::on_depth;
 
 namespace {
 
@@ -35,8 +34,8 @@ Buf stretch_case16()
 
 } // namespace
 
-// The inclusive rectangle (picture rows top..bottom), arrays cleared to their depth's size
-// (all 65536 counts at 16 bits, and no more than 256 at 8 bits).
+// The inclusive rectangle (picture rows top..bottom), arrays cleared to their depth's size:
+// all 65536 counts at 16 bits (also for a "12-bit" image, stored with 16), no more than 256 at 8.
 TEST(Histogram, GreyCountsOverTheInclusiveRectangle)
 {
     struct Case { CRect rc; std::initializer_list<int> levels; };
@@ -44,9 +43,8 @@ TEST(Histogram, GreyCountsOverTheInclusiveRectangle)
     for (int bpp : {8, 16})
         for (const Case &k : cases) {
             Buf buf(5, 4, bpp);
-            for (long r = 0; r < 4; ++r)
-                for (long x = 0; x < 5; ++x)
-                    buf.set(x, r, static_cast<int>(10 * r + x));
+            for (long i = 0; i < 20; ++i)
+                buf.set(i % 5, i / 5, static_cast<int>(10 * (i / 5) + i % 5));
             const std::size_t bins = bpp == 8 ? 256 : 65536;
             std::vector<long> h(65537, 77);
             CRect rc = k.rc;
@@ -56,12 +54,11 @@ TEST(Histogram, GreyCountsOverTheInclusiveRectangle)
             EXPECT_EQ(h[bins], 77) << bpp;
         }
     CTraitementImg_16_Bpp p;
-    CDibRoot image(CSize(3, 2), 12), grey8(CSize(3, 2), 8); // "12-bit" is stored with 16 bits
+    CDibRoot image(CSize(3, 2), 12), grey8(CSize(3, 2), 8);
     std::vector<long> h(65536, -5);
     EXPECT_TRUE(p.Donne_Histogrammes(h.data(), &image));
     EXPECT_EQ(h, counts({0, 0, 0, 0, 0, 0}, 65536));
-    EXPECT_FALSE(p.Donne_Histogrammes(h.data(), &grey8));
-    EXPECT_FALSE(p.Donne_Histogrammes(h.data(), nullptr));
+    EXPECT_FALSE(p.Donne_Histogrammes(h.data(), &grey8) || p.Donne_Histogrammes(h.data(), nullptr));
 }
 
 // The first byte counts as red. Luminance is 0.587 g + 0.299 r + 0.114 b in double, truncated:
@@ -74,27 +71,22 @@ TEST(Histogram, ColourChannelsAndLuminance)
     std::memcpy(buf.bits(), px, 15);
     CRect rc(0, 0, 4, 0);
     std::vector<long> r(256, 9), g(256, 9), b(256, 9), lum(256, 9), r3(256), g3(256), b3(256);
-    EXPECT_TRUE(p.Donne_HistogrammeRouge(r.data(), 5, 1, buf.bits(), rc));
-    EXPECT_TRUE(p.Donne_HistogrammeVert(g.data(), 5, 1, buf.bits(), rc));
-    EXPECT_TRUE(p.Donne_HistogrammeBleu(b.data(), 5, 1, buf.bits(), rc));
-    EXPECT_TRUE(p.Donne_HistogrammeLuminance(lum.data(), 5, 1, buf.bits(), rc));
+    EXPECT_TRUE(p.Donne_HistogrammeRouge(r.data(), 5, 1, buf.bits(), rc) && p.Donne_HistogrammeVert(g.data(), 5, 1, buf.bits(), rc));
+    EXPECT_TRUE(p.Donne_HistogrammeBleu(b.data(), 5, 1, buf.bits(), rc) && p.Donne_HistogrammeLuminance(lum.data(), 5, 1, buf.bits(), rc));
     EXPECT_TRUE(p.Donne_Histogrammes(r3.data(), g3.data(), b3.data(), 5, 1, buf.bits(), rc));
     EXPECT_EQ(r, counts({10, 10, 254, 255, 1}));
     EXPECT_EQ(g, counts({20, 21, 254, 255, 1}));
     EXPECT_EQ(b, counts({30, 254, 254, 255, 1}));
     EXPECT_EQ(lum, counts({18, 44, 253, 255, 0}));
     EXPECT_TRUE(r3 == r && g3 == g && b3 == b);
-
+    // Image forms: the working zone, and other depths refused.
     CDibRoot image(CSize(4, 4), 24), grey(CSize(4, 4), 8);
-    proc_test::fill_random(image, 9);
+    proc_test::image_bytes(image, 9);
     image.SetZoneTravail(CRect(1, 1, 1, 1));
     const uint8_t *zone = image.GetPixelPtr(1, 2);
-    EXPECT_TRUE(p.Donne_HistogrammeRouge(r.data(), &image));
-    EXPECT_EQ(r, counts({zone[0]}));
-    EXPECT_TRUE(p.Donne_Histogrammes(r.data(), g.data(), b.data(), &image));
-    EXPECT_EQ(b, counts({zone[2]}));
-    EXPECT_FALSE(p.Donne_HistogrammeLuminance(r.data(), &grey));
-    EXPECT_FALSE(p.Donne_Histogrammes(r.data(), g.data(), b.data(), nullptr));
+    EXPECT_TRUE(p.Donne_HistogrammeRouge(r.data(), &image) && p.Donne_Histogrammes(r3.data(), g3.data(), b3.data(), &image));
+    EXPECT_TRUE(r == counts({zone[0]}) && b3 == counts({zone[2]}));
+    EXPECT_FALSE(p.Donne_HistogrammeLuminance(r.data(), &grey) || p.Donne_Histogrammes(r.data(), g.data(), b.data(), nullptr));
 }
 
 // a = 655, T1 = 100, b = 64880, T2 = 99 (1 - 0.99f is just below 0.01). The low cut reaches
@@ -102,10 +94,9 @@ TEST(Histogram, ColourChannelsAndLuminance)
 // count of 100 it would go on down to 64880 and 30000 would move much further.
 TEST(EgalisationHistogramme, SixteenBitCutsAreSinglePrecision)
 {
-    CTraitementImg_16_Bpp p;
     Buf buf = stretch_case16();
     CRect all(0, 0, 99, 99);
-    EXPECT_TRUE(p.EgalisationHistogramme(0.01f, 0.99f, 100, 100, buf.bits(), all));
+    EXPECT_TRUE(CTraitementImg_16_Bpp().EgalisationHistogramme(0.01f, 0.99f, 100, 100, buf.bits(), all));
     EXPECT_EQ(buf.get(0, 0), 0);
     EXPECT_EQ(buf.get(99, 0), 0); // was 5 = low
     EXPECT_EQ(buf.get(0, 1), 65535);
@@ -118,46 +109,53 @@ TEST(EgalisationHistogramme, SixteenBitCutsAreSinglePrecision)
 // low = a = 655, high = b = 64880, 30000 -> trunc(29345 * 65535 / 64225).
 TEST(EgalisationHistogramme, PixelCountIsTheWholeBuffer)
 {
-    CTraitementImg_16_Bpp p;
     Buf small = stretch_case16(), buf(200, 100, 16);
     for (long r = 0; r < 100; ++r)
-        std::memcpy(buf.at(0, r), small.at(0, r), 200);
+        std::memcpy(buf.bits() + r * buf.pitch, small.bits() + r * small.pitch, 200);
     const Buf before = buf;
     CRect rc(0, 0, 99, 99);
-    EXPECT_TRUE(p.EgalisationHistogramme(0.01f, 0.99f, 200, 100, buf.bits(), rc));
+    EXPECT_TRUE(CTraitementImg_16_Bpp().EgalisationHistogramme(0.01f, 0.99f, 200, 100, buf.bits(), rc));
     EXPECT_EQ(buf.get(50, 50), 29943);
-    proc_test::expect_in_rect(before, buf, CRect(0, 0, 99, 99), [&](int, long x, long r, int) { return buf.get(x, r); });
+    proc_test::expect_in_rect(before, buf, rc, [&](int, long x, long r, int) { return buf.get(x, r); });
 }
 
 // 3920 pixels at 100, 6080 at 101. p = 0.392: a = 100, T1 = 3920 -> low 100. q = 0.3945:
 // b = 100, T2 = 6055 -> high 101. 100 goes to 0 and 101 to 255, no ramp between.
 TEST(EgalisationHistogramme, AdjacentLimitsWriteNoRamp)
 {
-    CTraitementImg_8_Bpp p;
     Buf buf(100, 100, 8);
     for (int n = 0; n < 10000; ++n)
         buf.set(n % 100, n / 100, n < 3920 ? 100 : 101);
     CRect all(0, 0, 99, 99);
-    EXPECT_TRUE(p.EgalisationHistogramme(0.392f, 0.3945f, 100, 100, buf.bits(), all));
+    EXPECT_TRUE(CTraitementImg_8_Bpp().EgalisationHistogramme(0.392f, 0.3945f, 100, 100, buf.bits(), all));
     EXPECT_EQ(buf.get(0, 0), 0);
     EXPECT_EQ(buf.get(99, 99), 255);
 }
 
-TEST(EgalisationHistogramme, NoCutIsIdentityAndAllocationFailureLeavesTheBuffer)
+// No cut is the identity at every depth; an allocation failure, or an image form refusal,
+// leaves the pixels.
+TEST(EgalisationHistogramme, NoCutIsIdentityAndFailuresLeaveThePixels)
 {
     for (int bpp : {8, 16, 24}) {
         Buf buf(7, 3, bpp, 5);
         const auto before = buf.rows();
         CRect all(0, 0, 6, 2);
-        EXPECT_TRUE(on_depth(bpp, [&](auto &t) { return t.EgalisationHistogramme(0.0f, 1.0f, 7, 3, buf.bits(), all); }));
+        EXPECT_TRUE(proc_test::on_depth(bpp, [&](auto &t) { return t.EgalisationHistogramme(0.0f, 1.0f, 7, 3, buf.bits(), all); }));
         EXPECT_EQ(buf.rows(), before) << bpp;
     }
-    CTraitementImg_16_Bpp p;
     Buf buf = stretch_case16();
     const auto before = buf.rows();
     CRect all(0, 0, 99, 99);
+    CTraitementImg_8_Bpp p8;
+    CTraitementImg_24_Bpp p24;
+    CDibRoot image(CSize(3, 3), 24), empty;
+    const auto bytes = proc_test::image_bytes(image, 2);
+    EXPECT_FALSE(p8.EgalisationHistogramme(0.1f, 0.9f, &image) || p8.EgalisationHistogramme(0.1f, 0.9f, nullptr));
+    EXPECT_FALSE(p24.EgalisationHistogramme(0.1f, 0.9f, &empty));
+    EXPECT_EQ(proc_test::image_bytes(image), bytes);
+    EXPECT_TRUE(p24.EgalisationHistogramme(0.1f, 0.9f, &image));
     proc_test::FailIf fail([](std::size_t n) { return n >= 65536; });
-    EXPECT_FALSE(p.EgalisationHistogramme(0.01f, 0.99f, 100, 100, buf.bits(), all));
+    EXPECT_FALSE(CTraitementImg_16_Bpp().EgalisationHistogramme(0.01f, 0.99f, 100, 100, buf.bits(), all));
     EXPECT_EQ(buf.rows(), before);
 }
 
@@ -165,42 +163,15 @@ TEST(EgalisationHistogramme, NoCutIsIdentityAndAllocationFailureLeavesTheBuffer)
 // limits are (12, 243), (4, 243), (12, 243): one table from 4 to 243 for all three bytes.
 TEST(EgalisationHistogramme, ColourUsesOneTableFromTheWidestLimits)
 {
-    CTraitementImg_24_Bpp p;
     Buf buf(10, 10, 24);
     for (int i = 0; i < 100; ++i)
         for (int c = 0; c < 3; ++c)
             buf.set(i % 10, i / 10, (c == 0 ? 50 : c == 1 ? 0 : 100) + i, c);
     const Buf before = buf;
     CRect all(0, 0, 9, 9);
-    EXPECT_TRUE(p.EgalisationHistogramme(0.05f, 0.95f, 10, 10, buf.bits(), all));
+    EXPECT_TRUE(CTraitementImg_24_Bpp().EgalisationHistogramme(0.05f, 0.95f, 10, 10, buf.bits(), all));
     proc_test::expect_in_rect(before, buf, all, [](int v, long, long, int) {
         return v <= 4 ? 0 : v >= 243 ? 255 : static_cast<int>(static_cast<float>(v - 4) * (255.0f / 239.0f));
     });
     EXPECT_EQ(buf.get(5, 0, 1), 1); // second byte 5: the first level above the low limit
-}
-
-// A grey picture stored at 24 bits is stretched as the 8-bit class stretches it, with the
-// whole buffer's pixel count, and the image forms refuse other depths.
-TEST(EgalisationHistogramme, GreyColourImageMatchesTheGreyClass)
-{
-    Buf grey(9, 7, 8, 21), colour(9, 7, 24);
-    for (long r = 0; r < 7; ++r)
-        for (long x = 0; x < 9; ++x)
-            std::memset(colour.at(x, r), grey.get(x, r), 3);
-    const Buf before = colour;
-    CRect rc(1, 1, 7, 5);
-    CTraitementImg_8_Bpp p8;
-    CTraitementImg_24_Bpp p24;
-    EXPECT_TRUE(p8.EgalisationHistogramme(0.1f, 0.9f, 9, 7, grey.bits(), rc));
-    EXPECT_TRUE(p24.EgalisationHistogramme(0.1f, 0.9f, 9, 7, colour.bits(), rc));
-    proc_test::expect_in_rect(before, colour, rc, [&](int, long x, long r, int) { return grey.get(x, r); });
-
-    CDibRoot image(CSize(3, 3), 24), empty;
-    proc_test::fill_random(image, 2);
-    const auto bytes = proc_test::image_bytes(image);
-    EXPECT_FALSE(p8.EgalisationHistogramme(0.1f, 0.9f, &image));
-    EXPECT_FALSE(p8.EgalisationHistogramme(0.1f, 0.9f, nullptr));
-    EXPECT_FALSE(p24.EgalisationHistogramme(0.1f, 0.9f, &empty));
-    EXPECT_EQ(proc_test::image_bytes(image), bytes);
-    EXPECT_TRUE(p24.EgalisationHistogramme(0.1f, 0.9f, &image));
 }

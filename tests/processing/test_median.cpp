@@ -234,7 +234,7 @@ TEST(Median, FastInteriorMatchesPlain)
         detail::set_median_fast_enabled(true);
         ASSERT_TRUE(median(b, rc, tol, n));
         ASSERT_TRUE(a.intact() && b.intact()) << iter;
-        ASSERT_EQ(proc_test::first_difference(a.rows(), b.rows(), a.pitch), "")
+        ASSERT_EQ(proc_test::first_difference(a, b), "")
             << "iter " << iter << " (" << bpp << " bits, " << w << "x" << h << ", n " << n << ")";
     }
 }
