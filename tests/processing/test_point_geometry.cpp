@@ -246,24 +246,39 @@ TEST(AdditionSoustraction, NoOpThatStillValidates)
     EXPECT_TRUE(CTraitementImg_8_Bpp().AdditionSoustraction(1.0f, 4, 3, nullptr, nullptr, rc));
 }
 
-TEST(ImageForms, RefuseNullWrongDepthAndInvalidImagesThenUseTheZone)
+// Every ordinary image form of each class refuses a null, empty, invalid (pixel block not
+// allocated) or other-depth image, leaving it untouched, and accepts an image of its own depth.
+TEST(ImageForms, RefuseNullEmptyInvalidAndOtherDepths)
 {
-    CDibRoot empty, i16(CSize(3, 3), 16);
-    const auto before = image_bytes(i16, 8);
-    for (int bpp : {8, 24})
-        for (CDibRoot *img : {static_cast<CDibRoot *>(nullptr), &empty, &i16})
-            EXPECT_FALSE(on_depth(bpp, [&](auto &t) {
-                return t.Negatif(img) || t.Fill(0, img) || t.Mirroir_Horizontal(img) || t.Mirroir_Vertical(img);
-            }));
-    EXPECT_EQ(image_bytes(i16), before);
-    CTraitementImg_16_Bpp p16;
-    EXPECT_FALSE(p16.Negatif(&empty));
-    i16.SetZoneTravail(CRect(1, 1, 1, 1));
-    EXPECT_TRUE(p16.Fill(static_cast<unsigned short>(0x1234), &i16));
-    auto expected = before;
-    expected[8 + 2] = 0x34; // buffer row 1, pixel 1
-    expected[8 + 3] = 0x12;
-    EXPECT_EQ(image_bytes(i16), expected);
+    std::vector<long> h(3 * 65536);
+    CPoint centre(2, 2);
+    auto forms = [&](auto &t, CDibRoot *i) {
+        return std::vector<bool>{t.Negatif(i), t.Fill(0, i), t.Mirroir_Horizontal(i), t.Mirroir_Vertical(i),
+                                 t.EgalisationHistogramme(0.1f, 0.9f, i), t.FiltreMedian(i, 0.1, 1), t.ReglageContraste(1.5f, i),
+                                 t.UnsharpMasking(i, 2, 1, 1, 0, 0), t.UnsharpMasking(i, centre, 2, 2, 1, 1, 0, 0)};
+    };
+    for (int bpp : {8, 16, 24}) {
+        SCOPED_TRACE(bpp);
+        CDibRoot empty, invalid, own(CSize(6, 5), static_cast<unsigned short>(bpp)), other(CSize(6, 5), bpp == 8 ? 16 : 8);
+        {
+            FailIf fail([](std::size_t n) { return n >= 3000; });
+            EXPECT_FALSE(invalid.Create(CSize(100, 100), static_cast<unsigned short>(bpp)));
+        }
+        const auto other0 = image_bytes(other, 3);
+        EXPECT_TRUE(on_depth(bpp, [&](auto &t) {
+            for (CDibRoot *i : {static_cast<CDibRoot *>(nullptr), &empty, &invalid, &other})
+                EXPECT_EQ(forms(t, i), std::vector<bool>(9, false));
+            EXPECT_EQ(forms(t, &own), std::vector<bool>(9, true));
+            return true;
+        }));
+        EXPECT_EQ(image_bytes(other), other0);
+        CDibRoot *refused[] = {nullptr, &empty, &invalid, &other};
+        for (CDibRoot *i : refused)
+            EXPECT_FALSE(bpp == 8    ? CTraitementImg_8_Bpp().Donne_Histogrammes(h.data(), i)
+                         : bpp == 16 ? CTraitementImg_16_Bpp().Donne_Histogrammes(h.data(), i)
+                                     : CTraitementImg_24_Bpp().Donne_Histogrammes(h.data(), &h[256], &h[512], i)
+                                           || CTraitementImg_24_Bpp().Donne_HistogrammeLuminance(h.data(), i));
+    }
 }
 
 // The tiled quarter turn against the plain walk: random pictures, odd widths, single pixels,
