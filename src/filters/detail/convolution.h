@@ -20,6 +20,7 @@
 #include <cstdint>
 
 #include "kevra/types.h"
+#include "processing/detail/pixel.h"
 
 namespace kevra::detail {
 
@@ -35,7 +36,6 @@ struct FilterRegion {
     bool empty() const { return L > R || B > T; }
 };
 
-inline int64_t clamp_to(int64_t v, int64_t lo, int64_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
 inline FilterRegion filter_region(int64_t width, int64_t height, const CRect & rc)
 {

@@ -65,9 +65,9 @@ struct MedianBounds {
     int32_t rs, re; // interior rows
 };
 
-inline int32_t clamp_to(int64_t v, int64_t lo, int64_t hi)
+inline int32_t clamp_i32(int64_t v, int64_t lo, int64_t hi)
 {
-    return static_cast<int32_t>(v < lo ? lo : (v > hi ? hi : v));
+    return static_cast<int32_t>(clamp_to(v, lo, hi));
 }
 
 // The interior holds the centres whose full window lies inside the image. Columns and rows do
@@ -80,18 +80,18 @@ inline MedianBounds median_bounds(int32_t width, int32_t height, const CRect &rc
 {
     MedianBounds b;
     const int64_t w = width, h = height;
-    b.x0 = clamp_to(rc.left, 0, w - 1);
-    b.x1 = clamp_to(rc.right, 0, w - 1);
-    b.rA = clamp_to(h - int64_t(rc.bottom) - 1, 0, h - 1);
-    b.rB = clamp_to(h - int64_t(rc.top) - 1, 0, h - 1);
+    b.x0 = clamp_i32(rc.left, 0, w - 1);
+    b.x1 = clamp_i32(rc.right, 0, w - 1);
+    b.rA = clamp_i32(h - int64_t(rc.bottom) - 1, 0, h - 1);
+    b.rB = clamp_i32(h - int64_t(rc.top) - 1, 0, h - 1);
     const int64_t xs = b.x0 - n < 0 ? int64_t(b.x0) + n : b.x0;
     const int64_t xe = b.x1 + int64_t(n) > w - 1 ? int64_t(b.x1) - n : b.x1;
     const int64_t rs = b.rA - n < 0 ? int64_t(b.rA) + n : b.rA;
     const int64_t re = b.rB + int64_t(n) < h - 1 ? b.rB : int64_t(b.rB) - n;
-    b.xs = clamp_to(xs, 0, w - 1);
-    b.xe = clamp_to(xe, 0, w - 1);
-    b.rs = clamp_to(rs, 0, h - 1);
-    b.re = clamp_to(re, 0, h - 1);
+    b.xs = clamp_i32(xs, 0, w - 1);
+    b.xe = clamp_i32(xe, 0, w - 1);
+    b.rs = clamp_i32(rs, 0, h - 1);
+    b.re = clamp_i32(re, 0, h - 1);
     return b;
 }
 

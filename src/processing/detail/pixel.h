@@ -31,6 +31,11 @@ struct Bgr24 {
 
 // Row pitch: every row padded to 4 bytes. Computed in 64 bits so that hostile
 // sizes cannot wrap; callers that store it in 32 bits check the range.
+// v brought into lo .. hi. The one clamp of the private helpers: a second inline function of the
+// same name and arguments but another result type would be an ODR violation that only a 32-bit
+// build shows (the 64-bit result is returned in two registers there).
+inline int64_t clamp_to(int64_t v, int64_t lo, int64_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
+
 inline int64_t row_pitch(int64_t width, int bpp)
 {
     return ((width * bpp + 31) & ~int64_t(31)) / 8;
