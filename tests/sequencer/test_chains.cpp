@@ -250,16 +250,17 @@ TEST(SequencerChains, DiagonalGradientIsCentredOnMidGrey)
     }
 }
 
-// The zone follows each turn. With the output size of the unturned picture the
-// run fails after every step ran, the caller's zone already turned.
+// The zone follows each turn. With any other output size (the unturned one,
+// smaller or larger both ways) the run fails after every step ran, the
+// caller's zone already turned.
 TEST(SequencerChains, TurnsMapTheZoneAndAWrongOutputSizeFailsAfterAllSteps)
 {
     TraceFile trace;
     RandomImage image(6, 5, 8, 61);
-    const struct { int angle; long w, h; CRect expected; } cases[] = {
-        {0, 5, 6, CRect(1, 1, 2, 4)}, // (H-1-bottom, left, H-1-top, right)
-        {1, 6, 5, CRect(1, 1, 4, 2)}, // (W-1-right, H-1-bottom, W-1-left, H-1-top)
-        {2, 5, 6, CRect(2, 1, 3, 4)}, // (top, W-1-right, bottom, W-1-left)
+    const struct { int angle; long w, h, wrong_w, wrong_h; CRect expected; } cases[] = {
+        {0, 5, 6, 6, 5, CRect(1, 1, 2, 4)}, // (H-1-bottom, left, H-1-top, right)
+        {1, 6, 5, 5, 4, CRect(1, 1, 4, 2)}, // (W-1-right, H-1-bottom, W-1-left, H-1-top)
+        {2, 5, 6, 6, 7, CRect(2, 1, 3, 4)}, // (top, W-1-right, bottom, W-1-left)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.angle);
@@ -267,7 +268,7 @@ TEST(SequencerChains, TurnsMapTheZoneAndAWrongOutputSizeFailsAfterAllSteps)
         ASSERT_TRUE(add_steps(seq, {{S::e_Negatif, params()}, {S::e_QuickRotate, rotate(c.angle)}}));
         CRect rect(1, 2, 4, 3), wrong = rect;
         trace.clear();
-        run(seq, image.image, c.h, c.w, wrong, false);
+        run(seq, image.image, c.wrong_w, c.wrong_h, wrong, false);
         EXPECT_NE(trace.text().find("Traitement=e_Negatif"), std::string::npos) << "every step ran";
         EXPECT_EQ(wrong, c.expected);
 

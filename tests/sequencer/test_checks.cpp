@@ -136,31 +136,49 @@ TEST(SequencerChecks, RefusedStepsAndAllocationFailuresLeaveTheListUnchanged)
     EXPECT_EQ(traced_count(seq, trace), 1);
 }
 
+// Every code, added in reverse order with duplicates whose parameters differ,
+// runs once in the fixed order with its first parameters (a 24-bit run, so
+// that the colour steps run; the pseudo-relief, last, fails it).
 TEST(SequencerChecks, OrderingKeepsTheFirstOfEachCodeInTheFixedOrder)
 {
     TraceFile trace;
     CSequenceur seq;
-    // Added in reverse order, with duplicates whose parameters differ.
-    ASSERT_TRUE(add_steps(seq, {{S::e_Resample, resample(8, 6, 0)}, {S::e_Negatif, params()},
-                                {S::e_QuickRotate, rotate(0)}, {S::e_Resample, resample(20, 30, 0)},
-                                {S::e_QuickRotate, rotate(1)}, {S::e_Mirroir_Vertical, params()},
+    ASSERT_TRUE(add_steps(seq, {{S::e_Pseudo3D, params()}, {S::e_EgalisationHistogramme, stretch(0.1f, 0.9f)},
+                                {S::e_LUT_RougeVertBleu, levels(1, 2, 3)}, {S::e_LUT_LuminositeContrasteGamma, tone(0.5f, 1, 1)},
+                                {S::e_LUT, palette(nullptr, 12)}, {S::e_Blanchiment, level(2)}, {S::e_Teinte, percent(10)},
+                                {S::e_Saturation, percent(20)}, {S::e_Negatif, params()}, {S::e_NoirEtBlanc, params()},
+                                {S::e_Resample, resample(8, 6, 0)}, {S::e_UnsharpMaskingCircle, unsharp(1, 1, 1, 1, 1, 1, 2, 3)},
+                                {S::e_UnsharpMasking, unsharp(1.5f, 1, 1, 1, 1)}, {S::e_Filtre, filter(0, 3, 1.0f)},
+                                {S::e_FiltreMedian, median(0.5, 3)}, {S::e_QuickRotate, rotate(0)},
+                                {S::e_Resample, resample(20, 30, 0)}, {S::e_QuickRotate, rotate(1)},
+                                {S::e_Mirroir_Horizontal, params()}, {S::e_Mirroir_Vertical, params()},
                                 {S::e_Negatif, params()}}));
-    std::vector<uint8_t> in(buffer_size(4, 3, 8), 9), out(buffer_size(8, 6, 8), 0);
-    CRect rect(0, 0, 3, 2);
-    EXPECT_TRUE(seq.FiltrerBuffer(4, 3, in.data(), 8, 6, out.data(), rect, 8));
+    RandomImage image(12, 10, 24, 5);
+    std::vector<uint8_t> out(buffer_size(8, 6, 24));
+    CRect rect(0, 0, 11, 9);
+    EXPECT_FALSE(seq.FiltrerBuffer(12, 10, image.image.GetBits(), 8, 6, out.data(), rect, 24));
     std::vector<std::string> steps;
     for (const std::string &line : trace.lines())
         if (line.rfind("Traitement=", 0) == 0)
             steps.push_back(line);
     const std::vector<std::string> expected = {
-        "Traitement=e_Mirroir_Vertical",
-        "Traitement=e_QuickRotate, angle=0 (voir e_angle)",
-        "Traitement=e_Resample, width=8, height=6, facteur=0",
-        "Traitement=e_Negatif",
+        "Traitement=e_Mirroir_Vertical", "Traitement=e_Mirroir_Horizontal",
+        "Traitement=e_QuickRotate, angle=0 (voir e_angle)", "Traitement=e_FiltreMedian, Ecart=0.500000, TailleFiltre=3",
+        "Traitement=e_Filtre, filtre=0, taille=3, param=1.000000",
+        "Traitement=e_UnsharpMasking, rayon=1.500000, gainP=1.000000, gainN=1.000000, SeuilP=1.000000, "
+        "SeuilN=1.000000",
+        "Traitement=e_UnsharpMaskingCircle, rayon=1.000000, gainP=1.000000, gainN=1.000000, SeuilP=1.000000, "
+        "SeuilN=1.000000, X=1, Y=2, Radius = 3",
+        "Traitement=e_Resample, width=8, height=6, facteur=0", "Traitement=e_NoirEtBlanc", "Traitement=e_Negatif",
+        "Traitement=e_Saturation", "Traitement=e_Teinte", "Traitement=e_Blanchiment",
+        "Traitement=e_LUT, pLUT=0h, Palette=12",
+        "Traitement=e_LUT_LuminositeContrasteGamma, luminosite=0.500000, constraste=1.000000, gamma=1.000000",
+        "Traitement=e_LUT_RougeVertBleu, rouge=1, vert=2, bleu=3",
+        "Traitement=e_EgalisationHistogramme, min=0.100000, max=0.900000", "Traitement=e_Pseudo3D",
     };
     EXPECT_EQ(steps, expected);
-    EXPECT_EQ(trace.lines().at(0), "### FiltrerBuffer : 7 traitements demandés sur une image 8 bits de 4 x 3 pixels.");
-    EXPECT_EQ(traced_count(seq, trace), 4) << "a run leaves the list ordered and deduplicated";
+    EXPECT_EQ(trace.lines().at(0), "### FiltrerBuffer : 21 traitements demandés sur une image 24 bits de 12 x 10 pixels.");
+    EXPECT_EQ(traced_count(seq, trace), 18) << "a run leaves the list ordered and deduplicated";
 }
 
 // The list is walked as it stands: every code but the turn and the resampling

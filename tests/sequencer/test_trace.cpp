@@ -85,25 +85,25 @@ TEST(SequencerTrace, ExactFileOfAColourRun)
     kevra::CLUT_24_Bpp table(kevra::e_Palette21);
     CSequenceur seq;
     ASSERT_TRUE(add_steps(seq, {{S::e_UnsharpMaskingCircle, unsharp(1.5f, 0.25f, 0.125f, 2.0f, 3.0f, 4, 3, 2)},
-                                {S::e_FiltreMedian, median(0.25, 3)}, {S::e_Resample, resample(4, 3, 1)},
+                                {S::e_FiltreMedian, median(0.25, 3)}, {S::e_Resample, resample(5, 3, 1)},
                                 {S::e_LUT, palette(&table, 0)}, {S::e_NoirEtBlanc, params()}}));
     RandomImage image(8, 6, 24, 4);
-    std::vector<uint8_t> out(buffer_size(4, 3, 24));
+    std::vector<uint8_t> out(buffer_size(5, 3, 24));
     CRect rect(1, 1, 6, 4);
-    ASSERT_TRUE(seq.FiltrerBuffer(8, 6, image.image.GetBits(), 4, 3, out.data(), rect, 24));
+    ASSERT_TRUE(seq.FiltrerBuffer(8, 6, image.image.GetBits(), 5, 3, out.data(), rect, 24));
 
     std::ostringstream pointer;
     pointer << std::hex << std::uppercase << reinterpret_cast<uintptr_t>(&table);
     EXPECT_EQ(trace.text(),
               "### FiltrerBuffer : 5 traitements demandés sur une image 24 bits de 8 x 6 pixels.\n"
               "Zone traitée t=1,b=4 - l=1,r=6\n"
-              "Image de sortie de 4 x 3 pixels.\n"
+              "Image de sortie de 5 x 3 pixels.\n"
               "Traitement=e_FiltreMedian, Ecart=0.250000, TailleFiltre=3\n"
               "---------> Execution en 9 ms\n"
               "Traitement=e_UnsharpMaskingCircle, rayon=1.500000, gainP=0.250000, gainN=0.125000, "
               "SeuilP=2.000000, SeuilN=3.000000, X=4, Y=3, Radius = 2\n"
               "---------> Execution en 9 ms\n"
-              "Traitement=e_Resample, width=4, height=3, facteur=1\n"
+              "Traitement=e_Resample, width=5, height=3, facteur=1\n"
               "---------> Execution en 9 ms\n"
               "Traitement=e_NoirEtBlanc\n"
               "---------> Execution en 9 ms\n"
@@ -113,7 +113,7 @@ TEST(SequencerTrace, ExactFileOfAColourRun)
                     "---------> Execution en 9 ms\n"
                     "### Fin de FiltrerBuffer\n"
                     "\n");
-    // The zone was scaled with the picture: 1*4/8, 6*4/8, 1*3/6, 4*3/6.
+    // The zone was scaled with the picture, truncated: 1*5/8, 6*5/8, 1*3/6, 4*3/6.
     EXPECT_EQ(rect, CRect(0, 0, 3, 2));
 }
 
