@@ -1,6 +1,6 @@
 // The fast path against the plain path, at zero tolerance, on random planes, sizes (1-pixel
 // images, odd widths) and rectangles (touching each edge, narrower than the kernel, partly or
-// wholly outside, upside down).
+// wholly outside, upside down); the 3-colour engines against the 1-colour ones.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -77,6 +77,15 @@ TEST(FiltreDifferential, FastPathGivesThePlainBytes)
             FAIL() << "iteration " << iter << ": guard zones differ";
         }
         ASSERT_TRUE(plain.guards_intact()) << iter;
+        // The 3-colour engines are the 1-colour ones applied to each component.
+        for (int ch = 0; channels == 3 && iter % 4 == 0 && ch < 3; ++ch) {
+            GuardedPlane grey(w, h), one(w, h);
+            for (int i = 0; i < w * h; ++i)
+                grey.data()[i] = src.data()[3 * i + ch];
+            ASSERT_TRUE(f->FiltrerBufferSimple(w, h, grey.data(), one.data(), rect, 8));
+            for (int i = 0; i < w * h; ++i)
+                ASSERT_EQ(std::memcmp(&one.data()[i], &plain.data()[3 * i + ch], sizeof(float)), 0) << iter << " component " << ch;
+        }
 
         // In place: the rectangle takes the result, every other pixel keeps its bytes; the
         // engine itself writes nothing outside the rectangle.

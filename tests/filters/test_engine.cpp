@@ -130,39 +130,6 @@ TEST(FiltreEngine, FullKernelsApplyFactorThenOffsetAndAreNotClipped)
     EXPECT_EQ(filtered(plain, p).at(1, 2), -10.0f); // the buffer form does not clip
 }
 
-// Only the rectangle changes, but the down pass reads the across results of the real rows
-// beyond it.
-TEST(FiltreEngine, OnePixelRectangleReadsItsRealNeighbours)
-{
-    CFiltre f(CFiltre::Filtre_Moyenne, 3, 0.0f);
-    const float k = f.Donne_TabFiltreX()[0];
-    const GuardedPlane p(7, 5, 1, 9);
-    GuardedPlane o = filtered(f, p, CRect(3, 2, 3, 2)); // picture row 2 = buffer row 2
-    auto across = [&](int r) { return k * p.at(3, r) + k * (p.at(2, r) + p.at(4, r)); };
-    EXPECT_EQ(o.at(3, 2), k * across(2) + k * (across(1) + across(3)));
-    o.at(3, 2) = p.at(3, 2);
-    EXPECT_TRUE(o.same_bytes(p));
-}
-
-// The 3-colour engines are the 1-colour ones applied to each component.
-TEST(FiltreEngine, ThreeColoursFilterEachComponentLikeOneColour)
-{
-    float user[15] = {1, -2, 3, 0.5f, 4, -1, 2, 2, -3, 1, 0, 1, 7, -4, 0.25f};
-    CFiltre filters[] = {CFiltre(CFiltre::Filtre_Gaussien, 7, 2.0f), CFiltre(user, 5, 3), CFiltre(CFiltre::Filtre_GradientDiagonal, 3, 0.0f)};
-    const GuardedPlane colour(10, 8, 3, 10);
-    for (CFiltre &f : filters) {
-        const GuardedPlane o = filtered(f, colour, CRect(0, 1, 8, 7));
-        for (int ch = 0; ch < 3; ++ch) {
-            GuardedPlane grey(10, 8);
-            for (int i = 0; i < 80; ++i)
-                grey.data()[i] = colour.at(i % 10, i / 10, ch);
-            const GuardedPlane g = filtered(f, grey, CRect(0, 1, 8, 7));
-            for (int i = 0; i < 80; ++i)
-                ASSERT_EQ(o.at(i % 10, i / 10, ch), g.at(i % 10, i / 10)) << i << "," << ch;
-        }
-    }
-}
-
 // Bounds are clamped into the image, and picture rows turned into buffer rows: the picture's top
 // rows are the last buffer rows.
 TEST(FiltreEngine, RectangleBoundsAreClampedAndTurnedIntoBufferRows)

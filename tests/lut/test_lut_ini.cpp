@@ -23,45 +23,40 @@ std::string text_of(const std::string &path)
 bool same_tables(const CLUT_24_Bpp &a, const CLUT_24_Bpp &b)
 {
     for (int i = 0; i < 256; ++i)
-        if (a.Donne_Rouge()[i] != b.Donne_Rouge()[i] || a.Donne_Vert()[i] != b.Donne_Vert()[i] ||
-            a.Donne_Bleu()[i] != b.Donne_Bleu()[i])
+        if (a.Donne_Rouge()[i] != b.Donne_Rouge()[i] || a.Donne_Vert()[i] != b.Donne_Vert()[i] || a.Donne_Bleu()[i] != b.Donne_Bleu()[i])
             return false;
     return true;
 }
 
 } // namespace
 
+// Keys RGB0 .. RGB255 with "r,g,b" values, section "RGBLut" by default. The file and section
+// given last are kept, and copied with the table; an existing file keeps its other sections and
+// keys, and a section is found whatever its case.
 TEST(LutIni, SaveThenReadRestoresTheTable)
 {
     kevra_test::TempDir dir;
     const std::wstring file = dir.wfile("table.ini");
-    CLUT_24_Bpp saved(e_Palette22);
+    CLUT_24_Bpp saved(e_Palette22), read1;
     ASSERT_TRUE(saved.Sauvegarde_INI(file.c_str(), nullptr));
-    const std::string text = text_of(dir.file("table.ini"));
+    std::string text = text_of(dir.file("table.ini"));
     EXPECT_EQ(text.find("[RGBLut]\nRGB0=0,0,0\nRGB1=4,1,1\n"), 0u);
     EXPECT_NE(text.find("\nRGB64=255,0,64\n"), std::string::npos);
     EXPECT_NE(text.find("\nRGB255=252,253,255\n"), std::string::npos);
-    CLUT_24_Bpp read1, read2(file.c_str(), nullptr); // the constructor reads too
     EXPECT_TRUE(read1.Lecture_INI(file.c_str(), L"RGBLut"));
     EXPECT_TRUE(same_tables(read1, saved));
+    CLUT_24_Bpp read2(file.c_str(), nullptr); // the constructor reads too
     EXPECT_TRUE(same_tables(read2, saved));
-}
 
-// The file and section given last are kept, and copied with the table. An existing file keeps
-// its other sections and keys, and a section is found whatever its case.
-TEST(LutIni, StoredFileAndSectionAndOtherContent)
-{
-    kevra_test::TempDir dir;
     std::ofstream(dir.file("app.ini")) << "; notes\n[Affichage]\nZoom=2\n\n[autre]\nRGB5=1,2,3\nCle=x\n";
-    CLUT_24_Bpp lut(e_Palette21);
-    ASSERT_TRUE(lut.Sauvegarde_INI(dir.wfile("app.ini").c_str(), L"Autre"));
-    lut.SetPalette(e_Palette23);
-    ASSERT_TRUE(lut.Sauvegarde_INI());
-    CLUT_24_Bpp copy(lut);
+    ASSERT_TRUE(saved.Sauvegarde_INI(dir.wfile("app.ini").c_str(), L"Autre"));
+    saved.SetPalette(e_Palette23);
+    ASSERT_TRUE(saved.Sauvegarde_INI());
+    CLUT_24_Bpp copy(saved);
     copy.SetPalette(e_Palette11);
     ASSERT_TRUE(copy.Lecture_INI());
     EXPECT_TRUE(same_tables(copy, CLUT_24_Bpp(e_Palette23)));
-    const std::string text = text_of(dir.file("app.ini"));
+    text = text_of(dir.file("app.ini"));
     EXPECT_EQ(text.find("; notes\n[Affichage]\nZoom=2\n"), 0u);
     EXPECT_NE(text.find("\nRGB5=0,0,5\n"), std::string::npos);
     EXPECT_NE(text.find("\nCle=x\n"), std::string::npos);

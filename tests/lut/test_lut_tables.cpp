@@ -108,15 +108,11 @@ TEST(Lut, ToneFormulaExhaustive)
     // infinite, times a zero contrast), an infinite one to full scale.
     CLUT_8_Bpp l8;
     l8.SetLuminositeConstrateGamma(0.5f, 1.0f, 1.0f);
-    EXPECT_EQ(l8[0], 127);
-    EXPECT_EQ(l8[127], 254);
-    EXPECT_EQ(l8[128], 255);
+    EXPECT_TRUE(l8[0] == 127 && l8[127] == 254 && l8[128] == 255);
     l8.SetLuminositeConstrateGamma(0.25f, 0.0f, -1.0f);
-    EXPECT_EQ(l8[0], 0);
-    EXPECT_EQ(l8[1], 63);
+    EXPECT_TRUE(l8[0] == 0 && l8[1] == 63);
     l8.SetLuminositeConstrateGamma(0.0f, 1.0f, -1.0f);
-    EXPECT_EQ(l8[0], 255);
-    EXPECT_EQ(l8[255], 255);
+    EXPECT_TRUE(l8[0] == 255 && l8[255] == 255);
     // Unit settings give the identity here; IsLinear45 looks at every entry.
     CLUT_16_Bpp l16;
     l8.SetLuminositeConstrateGamma(0.0f, 1.0f, 1.0f);
@@ -169,9 +165,11 @@ TEST(Lut, CopierAndCombinerTakeOnlyTheSameClass)
     EXPECT_EQ(crc_of(c), crc_of(d));
     for (int i = 0; i < 256; ++i)
         ASSERT_EQ(entry(e, i), palette(22, i)) << i;
-    a.Combiner(&a);
+    // Combined with itself, a table reads its entries as they were: reversed twice is the identity.
     for (int i = 0; i < 256; ++i)
-        ASSERT_EQ(a[i], b[b[i]]) << i;
+        a.Donne_Table()[i] = static_cast<unsigned char>(255 - i);
+    a.Combiner(&a);
+    EXPECT_TRUE(a.IsLinear45());
 }
 
 // Every entry of every palette, read through Donne_RGBQUAD.
