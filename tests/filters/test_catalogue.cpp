@@ -33,7 +33,6 @@ TEST(FiltreCatalogue, DefaultFilterAndWorkerTable)
     EXPECT_STREQ(f.GetRuntimeClass()->m_lpszClassName, "CFiltre");
     EXPECT_TRUE(f.IsKindOf(KEVRA_RUNTIME_CLASS(CTraitementImgBase)));
     EXPECT_FALSE(f.IsOK());
-    EXPECT_EQ(f.worker_table(), nullptr);
     // The processor count, but 2 when the system reports fewer than 3; no worker is started.
     auto old = platform::set_processor_count_handler([] { return 1u; });
     FiltreProbe one(CFiltre::Filtre_Moyenne, 3, 0.0f);
@@ -93,12 +92,12 @@ TEST(FiltreCatalogue, Kernels)
     EXPECT_TRUE(std::isnan(sinus.x()[0]));
 }
 
-// Bad sizes, mismatched kinds and zero totals make an invalid filter without a word; an unknown
-// kind also writes the debug text.
+// Bad sizes, mismatched kinds, zero totals and failed allocations make an invalid filter without
+// a word; an unknown kind also writes the debug text.
 TEST(FiltreCatalogue, InvalidFiltersAndTheDebugText)
 {
     std::wstring text;
-    auto old = platform::set_debug_output_handler([&](const wchar_t *t) { text += t; });
+    auto previous = platform::set_debug_output_handler([&](const wchar_t *t) { text += t; });
     EXPECT_FALSE(CFiltre(CFiltre::Filtre_Laplacien, 3, CFiltre::Filtre_GradientX, 3, 0, 0).IsOK());
     EXPECT_FALSE(CFiltre(CFiltre::Filtre_Gaussien, 3, CFiltre::Filtre_Laplacien, 3, 1, 0).IsOK());
     EXPECT_FALSE(CFiltre(CFiltre::Filtre_Moyenne, 4, 0.0f).IsOK());
@@ -119,7 +118,7 @@ TEST(FiltreCatalogue, InvalidFiltersAndTheDebugText)
     text.clear();
     EXPECT_FALSE(full.RemplirFiltreNonConvolutif(CFiltre::Filtre_Gaussien));
     EXPECT_EQ(text, L"\nCFiltre::CFiltre erreur m_NomFiltre");
-    platform::set_debug_output_handler(old);
+    platform::set_debug_output_handler(previous);
 
     // A zero total leaves the raw weights; a filter without tables touches nothing.
     EXPECT_FALSE(f.RemplirFiltreConvolutif(table, CFiltre::Filtre_Rampe, 0, 0.0f));
@@ -127,6 +126,13 @@ TEST(FiltreCatalogue, InvalidFiltersAndTheDebugText)
     table[0] = 5.0f;
     EXPECT_FALSE(CFiltre().RemplirFiltreConvolutif(table, CFiltre::Filtre_Moyenne, 0, 0.0f));
     EXPECT_EQ(table[0], 5.0f);
+
+    // A failed allocation leaves its table null: the filter is invalid.
+    auto old = platform::set_allocation_hook([](std::size_t bytes) { return bytes == 3 * sizeof(float); });
+    CFiltre starved(CFiltre::Filtre_Moyenne, 5, 0.0f);
+    platform::set_allocation_hook(old);
+    EXPECT_FALSE(starved.IsOK());
+    EXPECT_TRUE(starved.Donne_TabFiltreX() == nullptr && starved.Donne_TabFiltreY() == nullptr);
 }
 
 // User coefficients are copied unchanged into a full kernel; even or zero sizes and null
@@ -152,16 +158,6 @@ TEST(FiltreCatalogue, UserCoefficients)
     EXPECT_FALSE(g.DefinirCoefficientsFiltre(k, 0, 3));
     EXPECT_TRUE(g.DefinirCoefficientsFiltre(k, 1, 1));
     EXPECT_EQ(g.full(), std::vector<float>{k[0]});
-}
-
-TEST(FiltreCatalogue, FailedAllocationMakesAnInvalidFilter)
-{
-    auto old = platform::set_allocation_hook([](std::size_t bytes) { return bytes == 3 * sizeof(float); });
-    CFiltre f(CFiltre::Filtre_Moyenne, 5, 0.0f);
-    platform::set_allocation_hook(old);
-    EXPECT_FALSE(f.IsOK());
-    EXPECT_EQ(f.Donne_TabFiltreX(), nullptr);
-    EXPECT_EQ(f.Donne_TabFiltreY(), nullptr);
 }
 
 } // namespace

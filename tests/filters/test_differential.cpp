@@ -87,16 +87,18 @@ TEST(FiltreDifferential, FastPathGivesThePlainBytes)
                 ASSERT_EQ(std::memcmp(&one.data()[i], &plain.data()[3 * i + ch], sizeof(float)), 0) << iter << " component " << ch;
         }
 
-        // In place: the rectangle takes the result, every other pixel keeps its bytes; the
-        // engine itself writes nothing outside the rectangle.
+        // In place: the rectangle takes the result, every other pixel keeps its bytes; the engine
+        // itself writes nothing outside the rectangle.
         GuardedPlane inplace = src;
         ASSERT_TRUE(f->FiltrerBuffer(w, h, inplace.data(), rect, bitCount));
         ASSERT_TRUE(inplace.guards_intact()) << iter;
-        const detail::FilterRegion g = detail::filter_region(w, h, rect);
+        // Bounds clamped into the image; picture rows top .. bottom are buffer rows h-1-bottom .. h-1-top.
+        auto clamp = [](int v, int hi) { return v < 0 ? 0 : v > hi ? hi : v; };
+        const int L = clamp(b[0], w - 1), R = clamp(b[2], w - 1), B = clamp(h - 1 - b[3], h - 1), T = clamp(h - 1 - b[1], h - 1);
         for (int row = 0; row < h; ++row)
             for (int x = 0; x < w; ++x)
                 for (int ch = 0; ch < channels; ++ch) {
-                    const bool inside = x >= g.L && x <= g.R && row >= g.B && row <= g.T;
+                    const bool inside = x >= L && x <= R && row >= B && row <= T;
                     const float expected = inside ? fast.at(x, row, ch) : src.at(x, row, ch);
                     ASSERT_TRUE(inside || plain.at(x, row, ch) == GuardedPlane::kSentinel) << iter;
                     ASSERT_EQ(std::memcmp(&inplace.at(x, row, ch), &expected, sizeof(float)), 0) << iter << " at " << x << "," << row;
