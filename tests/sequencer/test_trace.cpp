@@ -38,83 +38,46 @@ TEST(SequencerTrace, LinesAreUtf8WithTheErrorPrefixAndTheDecisionStays)
     EXPECT_EQ(trace.text(), "deux\n");
 }
 
-// A whole 8-bit run: ordered steps, timed lines for the pixel steps, plain
-// lines for the look-up steps, the final table's timing after the loop.
-TEST(SequencerTrace, ExactFileOfAGreyRun)
+// A whole run: ordered steps, a timed line after each pixel step, plain lines
+// for the look-up steps (the levels are skipped at 8 bits but still traced),
+// the composed table's timing after the loop. The clock wraps during the run:
+// the differences stay 9.
+TEST(SequencerTrace, ExactFileOfARun)
 {
     TraceFile trace;
-    FakeTicks ticks(1000, 5);
+    FakeTicks ticks(0xFFFFFFF0u, 9);
+    kevra::CLUT_8_Bpp table;
     CSequenceur seq;
     ASSERT_TRUE(add_steps(seq, {{S::e_LUT_LuminositeContrasteGamma, tone(0.5f, 1.0f, 1.0f)}, {S::e_Negatif, params()},
-                                {S::e_Filtre, filter(0, 3, 1.0f)}, {S::e_QuickRotate, rotate(0)},
-                                {S::e_LUT, palette(nullptr, 12)}, {S::e_LUT_RougeVertBleu, levels(10, 20, 30)},
+                                {S::e_Resample, resample(5, 3, 1)}, {S::e_LUT, palette(&table, 0)},
+                                {S::e_LUT_RougeVertBleu, levels(10, 20, 30)},
                                 {S::e_EgalisationHistogramme, stretch(0.1f, 0.9f)}}));
-    RandomImage image(6, 4, 8, 3);
-    std::vector<uint8_t> out(buffer_size(4, 6, 8));
-    CRect rect(0, 0, 5, 3);
-    ASSERT_TRUE(seq.FiltrerBuffer(6, 4, image.image.GetBits(), 4, 6, out.data(), rect, 8));
-
-    EXPECT_EQ(trace.text(),
-              "### FiltrerBuffer : 7 traitements demandés sur une image 8 bits de 6 x 4 pixels.\n"
-              "Zone traitée t=0,b=3 - l=0,r=5\n"
-              "Image de sortie de 4 x 6 pixels.\n"
-              "Traitement=e_QuickRotate, angle=0 (voir e_angle)\n"
-              "---------> Execution en 5 ms\n"
-              "Traitement=e_Filtre, filtre=0, taille=3, param=1.000000\n"
-              "---------> Execution en 5 ms\n"
-              "Traitement=e_Negatif\n"
-              "---------> Execution en 5 ms\n"
-              "Traitement=e_LUT, pLUT=0h, Palette=12\n"
-              "Traitement=e_LUT_LuminositeContrasteGamma, luminosite=0.500000, constraste=1.000000, "
-              "gamma=1.000000\n"
-              "Traitement=e_LUT_RougeVertBleu, rouge=10, vert=20, bleu=30\n"
-              "Traitement=e_EgalisationHistogramme, min=0.100000, max=0.900000\n"
-              "---------> Execution en 5 ms\n"
-              "---------> Execution en 5 ms\n"
-              "### Fin de FiltrerBuffer\n"
-              "\n");
-    // Two readings per timed step: four steps and the final table.
-    EXPECT_EQ(ticks.readings(), 10u);
-    EXPECT_EQ(seq.GetBpp(), 8) << "a run sets the sequencer's depth";
-}
-
-TEST(SequencerTrace, ExactFileOfAColourRun)
-{
-    TraceFile trace;
-    FakeTicks ticks(0xFFFFFFF0u, 9); // the clock wraps during the run: differences stay 9
-    kevra::CLUT_24_Bpp table(kevra::e_Palette21);
-    CSequenceur seq;
-    ASSERT_TRUE(add_steps(seq, {{S::e_UnsharpMaskingCircle, unsharp(1.5f, 0.25f, 0.125f, 2.0f, 3.0f, 4, 3, 2)},
-                                {S::e_FiltreMedian, median(0.25, 3)}, {S::e_Resample, resample(5, 3, 1)},
-                                {S::e_LUT, palette(&table, 0)}, {S::e_NoirEtBlanc, params()}}));
-    RandomImage image(8, 6, 24, 4);
-    std::vector<uint8_t> out(buffer_size(5, 3, 24));
+    RandomImage image(8, 6, 8, 4);
+    std::vector<uint8_t> out(buffer_size(5, 3, 8));
     CRect rect(1, 1, 6, 4);
-    ASSERT_TRUE(seq.FiltrerBuffer(8, 6, image.image.GetBits(), 5, 3, out.data(), rect, 24));
-
+    ASSERT_TRUE(seq.FiltrerBuffer(8, 6, image.image.GetBits(), 5, 3, out.data(), rect, 8));
     std::ostringstream pointer;
     pointer << std::hex << std::uppercase << reinterpret_cast<uintptr_t>(&table);
-    EXPECT_EQ(trace.text(),
-              "### FiltrerBuffer : 5 traitements demandés sur une image 24 bits de 8 x 6 pixels.\n"
-              "Zone traitée t=1,b=4 - l=1,r=6\n"
-              "Image de sortie de 5 x 3 pixels.\n"
-              "Traitement=e_FiltreMedian, Ecart=0.250000, TailleFiltre=3\n"
-              "---------> Execution en 9 ms\n"
-              "Traitement=e_UnsharpMaskingCircle, rayon=1.500000, gainP=0.250000, gainN=0.125000, "
-              "SeuilP=2.000000, SeuilN=3.000000, X=4, Y=3, Radius = 2\n"
-              "---------> Execution en 9 ms\n"
-              "Traitement=e_Resample, width=5, height=3, facteur=1\n"
-              "---------> Execution en 9 ms\n"
-              "Traitement=e_NoirEtBlanc\n"
-              "---------> Execution en 9 ms\n"
-              "Traitement=e_LUT, pLUT="
-                  + pointer.str()
-                  + "h, Palette=0\n"
-                    "---------> Execution en 9 ms\n"
-                    "### Fin de FiltrerBuffer\n"
-                    "\n");
+    EXPECT_EQ(trace.text(), "### FiltrerBuffer : 6 traitements demandés sur une image 8 bits de 8 x 6 pixels.\n"
+                            "Zone traitée t=1,b=4 - l=1,r=6\n"
+                            "Image de sortie de 5 x 3 pixels.\n"
+                            "Traitement=e_Resample, width=5, height=3, facteur=1\n"
+                            "---------> Execution en 9 ms\n"
+                            "Traitement=e_Negatif\n"
+                            "---------> Execution en 9 ms\n"
+                            "Traitement=e_LUT, pLUT=" + pointer.str() + "h, Palette=0\n"
+                            "Traitement=e_LUT_LuminositeContrasteGamma, luminosite=0.500000, constraste=1.000000, "
+                            "gamma=1.000000\n"
+                            "Traitement=e_LUT_RougeVertBleu, rouge=10, vert=20, bleu=30\n"
+                            "Traitement=e_EgalisationHistogramme, min=0.100000, max=0.900000\n"
+                            "---------> Execution en 9 ms\n"
+                            "---------> Execution en 9 ms\n"
+                            "### Fin de FiltrerBuffer\n"
+                            "\n");
+    EXPECT_EQ(ticks.readings(), 8u) << "two readings per timed step: three steps and the table";
     // The zone was scaled with the picture, truncated: 1*5/8, 6*5/8, 1*3/6, 4*3/6.
     EXPECT_EQ(rect, CRect(0, 0, 3, 2));
+    EXPECT_EQ(seq.GetBpp(), 8) << "a run sets the sequencer's depth";
 }
 
 // Each refused size, zone, depth or input: the run's whole file, the output
