@@ -292,17 +292,18 @@ TEST(SequencerChains, FiltrerSwapsTheResultInAndKeepsTheNewImageOnFailure)
     TraceFile trace;
     RandomImage colour(9, 8, 24, 121);
     colour.image.SetZoneTravail(CRect(1, 1, 6, 5));
-    CSequenceur seq, twin;
-    for (CSequenceur *s : {&seq, &twin})
-        ASSERT_TRUE(add_steps(*s, {{S::e_Negatif, params()}, {S::e_QuickRotate, rotate(0)}}));
-    CDibRoot copy(&colour.image, true, true, true);
-    CRect rect = colour.image.BoundingRectangle();
-    const std::vector<uint8_t> buffer = run(twin, copy, 8, 9, rect);
+    CSequenceur seq;
+    ASSERT_TRUE(add_steps(seq, {{S::e_Negatif, params()}, {S::e_QuickRotate, rotate(0)}}));
+    CDibRoot expected(&colour.image, true, true, true);
+    kevra::CTraitementImg_24_Bpp op;
+    ASSERT_TRUE(op.QuickRotate(kevra::CTraitementImgBase::e_Angle90, &expected));
+    expected.SetZoneTravail(CRect(2, 1, 6, 6)); // the zone turned: (H-1-bottom, left, H-1-top, right)
+    ASSERT_TRUE(op.Negatif(&expected));
     ASSERT_TRUE(seq.Filtrer(&colour.image));
     EXPECT_EQ(colour.image.Size(), CSize(8, 9));
     EXPECT_EQ(colour.image.BitCount(), 24);
     EXPECT_EQ(colour.image.BoundingRectangle(), CRect(0, 0, 7, 8)) << "a new image's zone";
-    expect_same_pixels(buffer, colour.image);
+    expect_same_pixels(pixels(expected), colour.image);
 
     RandomImage grey(12, 10, 16, 131);
     CSequenceur failing;
