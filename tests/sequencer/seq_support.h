@@ -69,7 +69,8 @@ class FakeTicks {
 public:
     explicit FakeTicks(uint32_t start, uint32_t step)
     {
-        m_previous = kevra::platform::set_tick_count_handler([this, start, step] { return start + m_readings++ * step; });
+        m_previous =
+            kevra::platform::set_tick_count_handler([this, start, step] { return start + m_readings++ * step; });
     }
     ~FakeTicks() { kevra::platform::set_tick_count_handler(m_previous); }
     uint32_t readings() const { return m_readings; }

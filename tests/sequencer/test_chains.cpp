@@ -172,10 +172,12 @@ TEST(SequencerChains, ColourChainMatchesTheOperationsOneByOne)
     expect_same_pixels(result, expected);
 }
 
-// Black-and-white's own result is ignored at 24 bits (checked here on a zone);
-// the colour steps fail the run at 8 and 16 bits, and the pseudo-relief, a
-// placeholder, fails it at every depth.
-TEST(SequencerChains, StepsThatFailTheRunAndBlackAndWhiteAtTwentyFourBits)
+// At 8 and 16 bits the colour steps fail the run (output untouched) while the
+// look-up steps that do not fit the depth (palettes, levels, a table of
+// another depth) are skipped without failing it (nothing applied). The
+// pseudo-relief, a placeholder, fails at every depth. Black-and-white's own
+// result is ignored at 24 bits; its pixels are checked here on a zone.
+TEST(SequencerChains, StepsThatDoNotFitTheDepthFailOrAreSkipped)
 {
     TraceFile trace;
     RandomImage colour(9, 7, 24, 21);
@@ -188,42 +190,31 @@ TEST(SequencerChains, StepsThatFailTheRunAndBlackAndWhiteAtTwentyFourBits)
     kevra::CTraitementImg_24_Bpp().NoirEtBlanc(&expected);
     expect_same_pixels(result, expected);
 
+    kevra::CLUT_16_Bpp wide;
+    wide.SetContraste(0.25f);
+    kevra::CLUT_24_Bpp inverted(kevra::e_Palette12);
     for (int bpp : {8, 16, 24}) {
         RandomImage image(9, 7, bpp, 22);
-        std::vector<Step> failing = {{S::e_Pseudo3D, params()}};
+        kevra::CLUT *other_depth = bpp == 8 ? static_cast<kevra::CLUT *>(&wide) : &inverted;
+        std::vector<std::pair<Step, bool>> cases = {{{S::e_Pseudo3D, params()}, false}};
         if (bpp != 24)
-            failing.insert(failing.end(), {{S::e_NoirEtBlanc, params()}, {S::e_Saturation, percent(3)},
-                                           {S::e_Teinte, percent(3)}, {S::e_Blanchiment, level(3)}});
-        for (const Step &step : failing) {
+            cases.insert(cases.end(), {{{S::e_NoirEtBlanc, params()}, false}, {{S::e_Saturation, percent(3)}, false},
+                                       {{S::e_Teinte, percent(3)}, false}, {{S::e_Blanchiment, level(3)}, false},
+                                       {{S::e_LUT, palette(nullptr, 12)}, true},
+                                       {{S::e_LUT_RougeVertBleu, levels(-100, -100, -100)}, true},
+                                       {{S::e_LUT, palette(other_depth, 0)}, true}});
+        for (const auto &[step, skipped] : cases) {
             SCOPED_TRACE(::testing::Message() << bpp << " bits, step " << step.code);
             CSequenceur one;
             ASSERT_TRUE(one.AddTraitement(step.code, step.params));
             CRect r(0, 0, 8, 6);
-            run(one, image.image, 9, 7, r, false);
+            trace.clear();
+            const std::vector<uint8_t> out = run(one, image.image, 9, 7, r, skipped);
+            if (skipped) {
+                EXPECT_EQ(out, pixels(image.image));
+                EXPECT_EQ(trace.text().find("Execution"), std::string::npos) << "no table was applied";
+            }
         }
-    }
-}
-
-// Tables of another depth, palettes and levels at 8 and 16 bits: ignored
-// without failing, and nothing is applied.
-TEST(SequencerChains, LookUpStepsThatDoNotFitTheDepthAreIgnored)
-{
-    TraceFile trace;
-    kevra::CLUT_16_Bpp wide;
-    wide.SetContraste(0.25f);
-    kevra::CLUT_24_Bpp colour(kevra::e_Palette12);
-    for (int bpp : {8, 16}) {
-        RandomImage grey(10, 6, bpp, 41);
-        CSequenceur seq;
-        ASSERT_TRUE(add_steps(seq, {{S::e_LUT, palette(bpp == 8 ? static_cast<kevra::CLUT *>(&wide) : &colour, 0)},
-                                    {S::e_LUT_RougeVertBleu, levels(-100, -100, -100)}}));
-        CRect rect(0, 0, 9, 5);
-        trace.clear();
-        EXPECT_EQ(run(seq, grey.image, 10, 6, rect), pixels(grey.image));
-        EXPECT_EQ(trace.text().find("Execution"), std::string::npos) << "no table was applied";
-        CSequenceur pal;
-        ASSERT_TRUE(pal.AddTraitement(S::e_LUT, palette(nullptr, 12)));
-        EXPECT_EQ(run(pal, grey.image, 10, 6, rect), pixels(grey.image));
     }
 }
 

@@ -144,10 +144,12 @@ TEST(SequencerChecks, OrderingKeepsTheFirstOfEachCodeInTheFixedOrder)
     TraceFile trace;
     CSequenceur seq;
     ASSERT_TRUE(add_steps(seq, {{S::e_Pseudo3D, params()}, {S::e_EgalisationHistogramme, stretch(0.1f, 0.9f)},
-                                {S::e_LUT_RougeVertBleu, levels(1, 2, 3)}, {S::e_LUT_LuminositeContrasteGamma, tone(0.5f, 1, 1)},
-                                {S::e_LUT, palette(nullptr, 12)}, {S::e_Blanchiment, level(2)}, {S::e_Teinte, percent(10)},
+                                {S::e_LUT_RougeVertBleu, levels(1, 2, 3)},
+                                {S::e_LUT_LuminositeContrasteGamma, tone(0.5f, 1, 1)}, {S::e_LUT, palette(nullptr, 12)},
+                                {S::e_Blanchiment, level(2)}, {S::e_Teinte, percent(10)},
                                 {S::e_Saturation, percent(20)}, {S::e_Negatif, params()}, {S::e_NoirEtBlanc, params()},
-                                {S::e_Resample, resample(8, 6, 0)}, {S::e_UnsharpMaskingCircle, unsharp(1, 1, 1, 1, 1, 1, 2, 3)},
+                                {S::e_Resample, resample(8, 6, 0)},
+                                {S::e_UnsharpMaskingCircle, unsharp(1, 1, 1, 1, 1, 1, 2, 3)},
                                 {S::e_UnsharpMasking, unsharp(1.5f, 1, 1, 1, 1)}, {S::e_Filtre, filter(0, 3, 1.0f)},
                                 {S::e_FiltreMedian, median(0.5, 3)}, {S::e_QuickRotate, rotate(0)},
                                 {S::e_Resample, resample(20, 30, 0)}, {S::e_QuickRotate, rotate(1)},
@@ -177,7 +179,8 @@ TEST(SequencerChecks, OrderingKeepsTheFirstOfEachCodeInTheFixedOrder)
         "Traitement=e_EgalisationHistogramme, min=0.100000, max=0.900000", "Traitement=e_Pseudo3D",
     };
     EXPECT_EQ(steps, expected);
-    EXPECT_EQ(trace.lines().at(0), "### FiltrerBuffer : 21 traitements demandés sur une image 24 bits de 12 x 10 pixels.");
+    EXPECT_EQ(trace.lines().at(0),
+              "### FiltrerBuffer : 21 traitements demandés sur une image 24 bits de 12 x 10 pixels.");
     EXPECT_EQ(traced_count(seq, trace), 18) << "a run leaves the list ordered and deduplicated";
 }
 

@@ -73,7 +73,8 @@ TEST(DisplayLut, StepsComposeInListOrderWithRepetitions)
                                 {S::e_LUT_LuminositeContrasteGamma, tone(0.0f, 1.5f, 1.0f)}}));
     CLUT_24_Bpp table;
     ASSERT_TRUE(seq.Donne_LUT_Affichage(&table));
-    EXPECT_EQ(entries(table), chain({levels_lut(20, -30, 0), CLUT_24_Bpp(kevra::e_Palette21), tone_lut(0.1f, 0.8f, 1.3f),
+    EXPECT_EQ(entries(table), chain({levels_lut(20, -30, 0), CLUT_24_Bpp(kevra::e_Palette21),
+                                     tone_lut(0.1f, 0.8f, 1.3f),
                                      tone_lut(0.0f, 1.5f, 1.0f)}));
     EXPECT_EQ(trace.text(), "");
 }
@@ -88,7 +89,8 @@ TEST(DisplayLut, SettingsApplyInTheirFixedOrder)
     EXPECT_EQ(entries(table), chain({tone_lut(0.0f, 1.0f, 1.0f), levels_lut(0, 0, 0)}));
 
     ASSERT_TRUE(S::ComputeDisplayPalette(&table, 0.05f, 1.2f, 0.7f, kevra::e_Palette21, 15, -10, 40, true, &extra));
-    EXPECT_EQ(entries(table), chain({tone_lut(0.05f, 1.2f, 0.7f), levels_lut(15, -10, 40), negative, extra, false_colour}));
+    EXPECT_EQ(entries(table),
+              chain({tone_lut(0.05f, 1.2f, 0.7f), levels_lut(15, -10, 40), negative, extra, false_colour}));
 
     // The negative and the inverted palette: applied twice, they cancel.
     ASSERT_TRUE(S::ComputeDisplayPalette(&table, 0.0f, 1.0f, 1.0f, kevra::e_Palette12, 0, 0, 0, true, nullptr));
@@ -102,7 +104,8 @@ TEST(DisplayLut, ErrorsAreTracedAndDoNotStopTheComposition)
     TraceFile trace;
     EXPECT_FALSE(S::ComputeDisplayPalette(nullptr, 0.0f, 1.0f, 1.0f, kevra::e_Palette21, 0, 0, 0, false, nullptr));
     EXPECT_EQ(trace.lines(),
-              std::vector<std::string>{"ERROR : ComputeDisplayPalette, le parammètre pLUT_Affichage doit être non null !"});
+              std::vector<std::string>{
+                  "ERROR : ComputeDisplayPalette, le parammètre pLUT_Affichage doit être non null !"});
 
     trace.clear();
     CLUT_24_Bpp table;

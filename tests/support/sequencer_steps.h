@@ -20,17 +20,46 @@ struct Step {
     Params params;
 };
 
+// The short views, one line each.
 inline Params params() { return Params{}; }
-// Through the raw word: e_angle cannot hold the out-of-range angles tried.
-inline Params rotate(int angle) { Params p{}; p.Mots[0] = static_cast<uint32_t>(angle); return p; }
-inline Params palette(kevra::CLUT *lut, int value) { Params p{}; p.pLUT = lut; p.Palette = static_cast<kevra::e_Palette>(value); return p; }
 inline Params tone(float l, float c, float g) { Params p{}; p.luminosite = l; p.contraste = c; p.gamma = g; return p; }
 inline Params levels(int r, int g, int b) { Params p{}; p.rouge = r; p.vert = g; p.bleu = b; return p; }
 inline Params stretch(float min, float max) { Params p{}; p.min = min; p.max = max; return p; }
 inline Params level(int value) { Params p{}; p.niveau = value; return p; }
 inline Params percent(int value) { Params p{}; p.pourcentage = value; return p; }
-inline Params median(double ecart, unsigned short size) { Params p{}; p.Ecart = ecart; p.TailleFiltre = size; return p; }
-inline Params resample(int w, int h, unsigned char factor) { Params p{}; p.width = w; p.height = h; p.facteur = factor; return p; }
+
+// Through the raw word: e_angle cannot hold the out-of-range angles tried.
+inline Params rotate(int angle)
+{
+    Params p{};
+    p.Mots[0] = static_cast<uint32_t>(angle);
+    return p;
+}
+
+inline Params palette(kevra::CLUT *lut, int value)
+{
+    Params p{};
+    p.pLUT = lut;
+    p.Palette = static_cast<kevra::e_Palette>(value);
+    return p;
+}
+
+inline Params median(double ecart, unsigned short size)
+{
+    Params p{};
+    p.Ecart = ecart;
+    p.TailleFiltre = size;
+    return p;
+}
+
+inline Params resample(int w, int h, unsigned char factor)
+{
+    Params p{};
+    p.width = w;
+    p.height = h;
+    p.facteur = factor;
+    return p;
+}
 
 inline Params filter(int kind, unsigned short size, float param)
 {

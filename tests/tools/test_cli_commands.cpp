@@ -61,7 +61,8 @@ TEST_F(CliCommands, InfoGivesSizeDepthPaletteResolutionZoneAndStatistics)
     write_picture(colour, 9, 5, 24, 1);
     r = run_cli({"info", colour}, dir);
     ASSERT_EQ(r.code, 0) << r.err;
-    for (const char * line : {"depth:       24 bits", "palette:     none", "\nblue:", "\ngreen:", "\nred:", "\nluminance:"})
+    for (const char * line :
+         {"depth:       24 bits", "palette:     none", "\nblue:", "\ngreen:", "\nred:", "\nluminance:"})
         EXPECT_NE(r.out.find(line), std::string::npos) << line << " in\n" << r.out;
 }
 

@@ -42,7 +42,8 @@ TEST_F(CliProcess, ChainsMatchTheLibrary)
           "--brightness", "0.02", "--contrast", "1.1", "--gamma", "0.9", "--lut-palette", "22", "--stretch",
           "0.02,0.98"},
          {{S::e_Saturation, percent(80)}, {S::e_Teinte, percent(90)}, {S::e_Blanchiment, level(110)},
-          {S::e_LUT, palette(nullptr, kevra::e_Palette22)}, {S::e_LUT_LuminositeContrasteGamma, tone(0.02f, 1.1f, 0.9f)},
+          {S::e_LUT, palette(nullptr, kevra::e_Palette22)},
+          {S::e_LUT_LuminositeContrasteGamma, tone(0.02f, 1.1f, 0.9f)},
           {S::e_LUT_RougeVertBleu, levels(-5, 3, 7)}, {S::e_EgalisationHistogramme, stretch(0.02f, 0.98f)}},
          nullptr},
         {24, 31, 22,
@@ -74,11 +75,11 @@ TEST_F(CliProcess, NamedValuesEqualPositionalOnes)
 {
     const std::string in = dir.file("in.bmp");
     write_picture(in, 24, 18, 8, 4);
-    ASSERT_EQ(run_cli({"process", in, dir.file("p.bmp"), "--median", "0.3,3", "--unsharp", "2,1.5,1.2,3,4"}, dir).code, 0);
-    ASSERT_EQ(run_cli({"process", in, dir.file("n.bmp"), "--unsharp", "SeuilN=4,gainP=1.5,rayon=2,gain-=1.2,threshold+=3",
-                       "--median", "radius=3,Ecart=0.3"},
-                      dir)
-                  .code,
+    ASSERT_EQ(run_cli({"process", in, dir.file("p.bmp"), "--median", "0.3,3", "--unsharp", "2,1.5,1.2,3,4"}, dir).code,
+              0);
+    ASSERT_EQ(run_cli({"process", in, dir.file("n.bmp"), "--unsharp",
+                       "SeuilN=4,gainP=1.5,rayon=2,gain-=1.2,threshold+=3", "--median", "radius=3,Ecart=0.3"},
+                      dir).code,
               0);
     EXPECT_EQ(read_file(dir.file("p.bmp")), read_file(dir.file("n.bmp")));
 }
@@ -100,7 +101,8 @@ TEST_F(CliProcess, UsageErrorsGiveTheirReason)
          "--stretch 0.5,0.5: refused by the sequencer: Traitement e_EgalisationHistogramme, les parametres Min "
          "(0.500000), Max (0.500000) sont invalides!"},
         // The one refusal the sequencer does not trace.
-        {{"process", in, out, "--filter", "mean,1"}, "--filter mean,1: refused by the sequencer: the size must be 3 or more"},
+        {{"process", in, out, "--filter", "mean,1"},
+         "--filter mean,1: refused by the sequencer: the size must be 3 or more"},
         {{"process", in, out, "--median", "0.2"}, "--median: missing radius (expected TOLERANCE,RADIUS)"},
         {{"process", in, out, "--rotate", "45"}, "--rotate: '45' is not a valid degrees (90, 180 or 270)"},
         {{"process", in, out}, "process: no step given (see `kevra process --help`)"},
@@ -175,8 +177,8 @@ TEST_F(CliProcess, VerboseAndTrace)
 {
     const std::string in = dir.file("in.bmp"), out = dir.file("out.bmp"), trace = dir.file("trace.txt");
     write_picture(in, 30, 20, 8, 8);
-    const CliRun r =
-        run_cli({"process", in, out, "-v", "--trace", trace, "--rotate", "90", "--median", "0.2,3", "--gamma", "0.9"}, dir);
+    const CliRun r = run_cli(
+        {"process", in, out, "-v", "--trace", trace, "--rotate", "90", "--median", "0.2,3", "--gamma", "0.9"}, dir);
     ASSERT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.out.find(out + ": 20 x 30 pixels\n"), 0u) << r.out;
     for (const char * label : {"\n  --rotate 90 ", "\n  --median 0.2,3 ", "\n  look-up table ", "\n  total "})
@@ -210,7 +212,8 @@ TEST_F(CliProcess, SeveralFilesInParallelCarryOnAfterAFailure)
     EXPECT_EQ(r.err, "kevra: " + bad + ": not a BMP file (header cut short)\nkevra: 1 of 6 files failed\n");
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(read_file(dir.file("out/in" + std::to_string(i) + ".bmp")),
-                  library_result(inputs[i], {{S::e_FiltreMedian, median(0.2, 3)}, {S::e_Negatif, params()}}, nullptr, dir))
+                  library_result(inputs[i], {{S::e_FiltreMedian, median(0.2, 3)}, {S::e_Negatif, params()}},
+                                 nullptr, dir))
             << i;
     EXPECT_EQ(listing(dir.file("out")).size(), 5u);
 
