@@ -1,5 +1,6 @@
 // Helpers for the processing tests: a guarded pixel buffer of any depth, one processor per
-// depth behind a generic call, whole-buffer comparisons and allocation failures.
+// depth behind a generic call, whole-buffer comparisons and allocation failures. Brings in
+// GoogleTest, the image and processing headers, <vector> and <random>.
 #ifndef KEVRA_TESTS_PROCESSING_PROCESSING_TEST_H
 #define KEVRA_TESTS_PROCESSING_PROCESSING_TEST_H
 

@@ -3,11 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <vector>
 
-#include "kevra/dib.h"
 #include "kevra/lut.h"
-#include "kevra/traitement.h"
 #include "processing/detail/float_store.h"
 #include "processing/detail/pixel.h"
 #include "processing_test.h"

@@ -4,12 +4,8 @@
 
 #include <cstring>
 #include <functional>
-#include <random>
-#include <vector>
 
-#include "kevra/dib.h"
 #include "kevra/lut.h"
-#include "kevra/traitement.h"
 #include "processing/detail/colour_walk.h"
 #include "processing_test.h"
 

@@ -3,11 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <initializer_list>
-#include <vector>
 
-#include "kevra/dib.h"
-#include "kevra/traitement.h"
 #include "processing_test.h"
 
 using namespace kevra;

@@ -2,11 +2,6 @@
 // the buffer safety of every depth.
 #include <gtest/gtest.h>
 
-#include <random>
-#include <vector>
-
-#include "kevra/dib.h"
-#include "kevra/traitement.h"
 #include "processing/detail/median.h"
 #include "processing_test.h"
 
@@ -170,6 +165,39 @@ TEST(Median, LowerBandPicksAndSharedFlag)
     ASSERT_TRUE(median(b, CRect(0, 3, 6, 3), 0.2, 1)); // buffer row 0 only: all band
     EXPECT_EQ(b.get(1, 0), 30); // sorted {10, 30, 20, 40, 50}: 30
     EXPECT_EQ(b.get(5, 0), 25); // unsorted {30, 30, 25, 35, 45}: element 2 = (4, 1)
+}
+
+// Deliberate asymmetry of the interior bounds: a row end exactly n rows below the last row is
+// pulled in (re = rB - n, so buffer row 3 here is upper band, its window cut at rB: five 100s,
+// and 120 is replaced), a column end exactly n columns from the last column is not (column 3
+// stays interior, with the 200s of column 4 in its window: 60 is replaced by 100).
+TEST(Median, RowEndIsPulledInColumnEndIsNot)
+{
+    Buf rows(5, 5, 8), cols(5, 5, 8);
+    rows.fill(100);
+    rows.set_row(4, {200, 200, 200, 200, 200});
+    rows.set(2, 3, 120);
+    ASSERT_TRUE(median(rows, CRect(0, 1, 4, 4), 0.2, 1)); // rB = 3 = h - 1 - n
+    EXPECT_EQ(rows.get(2, 3), 100);
+    cols.fill(100);
+    for (long r = 0; r < 5; ++r)
+        cols.set(4, r, 200);
+    cols.set(3, 2, 60);
+    ASSERT_TRUE(median(cols, CRect(0, 0, 3, 4), 0.2, 1)); // x1 = 3 = w - 1 - n
+    EXPECT_EQ(cols.get(3, 2), 100);
+}
+
+// A lower band window at the bottom row with radius 2 holds 3 x 5 - 1 = 14 samples, an even
+// count: the lower of the two middle values is written (sorted 91 .. 104: 97, not 98).
+TEST(Median, BandPicksTheLowerMiddleOfAnEvenCount)
+{
+    Buf b(7, 6, 8);
+    b.fill(100);
+    b.set_row(0, {91, 92, 250, 93, 94}, 1);
+    b.set_row(1, {95, 96, 97, 98, 99}, 1);
+    b.set_row(2, {100, 101, 102, 103, 104}, 1);
+    ASSERT_TRUE(median(b, CRect(0, 0, 6, 5), 0.5, 2));
+    EXPECT_EQ(b.get(3, 0), 97);
 }
 
 TEST(Median, TriBulleOptimiseSorts)

@@ -1,12 +1,7 @@
 // Per-depth classes: construction, negative, fill, mirrors, quarter turns, addition entry point.
 #include <gtest/gtest.h>
 
-#include <vector>
-
-#include "kevra/dib.h"
 #include "kevra/lut.h"
-#include "kevra/platform.h"
-#include "kevra/traitement.h"
 #include "processing/detail/point_geometry.h"
 #include "processing_test.h"
 

@@ -2,11 +2,6 @@
 // outer band), refusals, and buffer safety.
 #include <gtest/gtest.h>
 
-#include <random>
-#include <vector>
-
-#include "kevra/dib.h"
-#include "kevra/traitement.h"
 #include "processing_test.h"
 
 using namespace kevra;

@@ -4,11 +4,7 @@
 
 #include <cstdlib>
 #include <limits>
-#include <random>
-#include <vector>
 
-#include "kevra/dib.h"
-#include "kevra/traitement.h"
 #include "processing_test.h"
 
 using namespace kevra;
