@@ -69,13 +69,13 @@ TEST(FiltreImage, GaussianIgnoresOffsetAndFactor)
     }
 }
 
-// The zone's pixels read their real neighbours beyond the zone; only the zone changes, each
-// value truncated.
+// The zone's pixels read their real neighbours beyond the zone (but for the top rule below);
+// only the zone changes, each value truncated.
 TEST(FiltreImage, OnlyTheWorkingZoneChanges)
 {
     CDib dib = random_image(10, 9, 24, 6);
     const std::vector<uint8_t> before = pixels(dib);
-    dib.SetZoneTravail(CRect(3, 2, 6, 5)); // buffer rows 3..6
+    dib.SetZoneTravail(CRect(3, 1, 6, 5)); // buffer rows 3..7
     CFiltre f(CFiltre::Filtre_Moyenne, 3, 0.0f);
     ASSERT_TRUE(f.Filtrer(&dib));
     const float k = f.Donne_TabFiltreX()[0];
@@ -84,8 +84,11 @@ TEST(FiltreImage, OnlyTheWorkingZoneChanges)
         for (int x = 0; x < 10; ++x)
             for (int c = 0; c < 3; ++c) {
                 auto across = [&](int row) { return k * src(x, row, c) + k * (src(x - 1, row, c) + src(x + 1, row, c)); };
-                const bool inside = x >= 3 && x <= 6 && r >= 3 && r <= 6;
-                const int want = inside ? static_cast<uint8_t>(k * across(r) + k * (across(r - 1) + across(r + 1))) : before[r * dib.Pitch() + 3 * x + c];
+                // The zone's top lies nY rows below the image's top: its top row mirrors the row
+                // above although it exists.
+                const bool inside = x >= 3 && x <= 6 && r >= 3 && r <= 7;
+                const int above = r == 7 ? 7 : r + 1;
+                const int want = inside ? static_cast<uint8_t>(k * across(r) + k * (across(r - 1) + across(above))) : before[r * dib.Pitch() + 3 * x + c];
                 ASSERT_EQ(dib.GetBits()[r * dib.Pitch() + 3 * x + c], want) << x << "," << r << "," << c;
             }
 }

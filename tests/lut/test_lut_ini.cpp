@@ -72,12 +72,12 @@ TEST(LutIni, ReadingKeysAndValues)
     std::string text = "[RGBLut]\nRGB0 = 300, -1 ,12abc\nRGB1=5\n";
     for (int i = 2; i < 256; ++i)
         if (i != 10)
-            text += "RGB" + std::to_string(i) + "=" + (i == 11 ? "ECHEC" : std::to_string(255 - i) + ";" + std::to_string(i) + ":,7") + "\n";
+            text += "RGB" + std::to_string(i) + "=" + (i == 11 ? "ECHEC" : i == 13 ? "1:2:3" : std::to_string(255 - i) + ";" + std::to_string(i) + ":,7") + "\n";
     text += "RGB12=1,1,1\n";
     std::ofstream(dir.file("table.ini")) << text;
     CLUT_24_Bpp lut;
     EXPECT_FALSE(lut.Lecture_INI(dir.wfile("table.ini").c_str(), nullptr));
-    const struct { int i, r, g, b; } want[] = {{0, 44, 255, 12}, {1, 5, 0, 0}, {10, 10, 10, 10}, {11, 11, 11, 11}, {12, 243, 12, 7}};
+    const struct { int i, r, g, b; } want[] = {{0, 44, 255, 12}, {1, 5, 0, 0}, {10, 10, 10, 10}, {11, 11, 11, 11}, {12, 243, 12, 7}, {13, 1, 2, 3}};
     for (const auto &w : want) {
         EXPECT_EQ(lut.Donne_Rouge()[w.i], w.r) << w.i;
         EXPECT_EQ(lut.Donne_Vert()[w.i], w.g) << w.i;
@@ -96,11 +96,12 @@ TEST(LutIni, FailuresChangeNothing)
 
     // The colour-array constructor given a wrong count returns before setting file and section.
     tagRGBQUAD q[4] = {};
-    CLUT_24_Bpp unset(q, 4);
-    EXPECT_FALSE(unset.Sauvegarde_INI());
-    EXPECT_FALSE(unset.Sauvegarde_INI(dir.wfile("table.ini").c_str(), nullptr)); // still no section
+    CLUT_24_Bpp noFile(q, 4), noSection(q, 4);
+    EXPECT_FALSE(noFile.Sauvegarde_INI());
+    EXPECT_FALSE(noFile.Sauvegarde_INI(nullptr, L"RGBLut"));
+    EXPECT_FALSE(noSection.Sauvegarde_INI(dir.wfile("table.ini").c_str(), nullptr));
     EXPECT_FALSE(fs::exists(dir.file("table.ini")));
-    EXPECT_TRUE(unset.Sauvegarde_INI(nullptr, L"RGBLut"));
+    EXPECT_TRUE(noSection.Sauvegarde_INI(nullptr, L"RGBLut"));
     EXPECT_TRUE(fs::exists(dir.file("table.ini")));
 }
 

@@ -187,9 +187,9 @@ TEST(Lut, PalettesThroughDonneRGBQUAD)
         }
     }
     EXPECT_TRUE(quiet.texts.empty());
-    std::vector<tagRGBQUAD> out(256, tagRGBQUAD{9, 9, 9, 9});
+    std::vector<tagRGBQUAD> out(300, tagRGBQUAD{9, 9, 9, 9});
     CLUT_24_Bpp lut(e_Palette23);
-    EXPECT_FALSE(lut.Donne_RGBQUAD(out.data(), 255));
+    EXPECT_FALSE(lut.Donne_RGBQUAD(out.data(), 255) || lut.Donne_RGBQUAD(out.data(), 257));
     EXPECT_EQ(out[0].rgbBlue, 9);
     EXPECT_FALSE(lut.Donne_RGBQUAD(nullptr, 256));
 }
