@@ -175,18 +175,6 @@ TEST(Tone, EachAdjustmentUsesItsTriple)
         }
 }
 
-// A processor whose table could not be allocated fails and changes nothing.
-TEST(Tone, MissingTableFails)
-{
-    CDibRoot colour(CSize(3, 3), 24);
-    const auto colour0 = image_bytes(colour, 8);
-    auto previous = platform::set_allocation_hook([](std::size_t n) { return n == sizeof(CLUT_24_Bpp); });
-    CTraitementImg_24_Bpp noTable;
-    platform::set_allocation_hook(previous);
-    EXPECT_FALSE(noTable.ReglageLuminositeContrasteGamma(0.1f, 2.0f, 1.0f, &colour));
-    EXPECT_EQ(image_bytes(colour), colour0);
-}
-
 TEST(Pseudo3D, AlwaysFalseAndTargetUntouched)
 {
     CTraitementImg_8_Bpp p;

@@ -128,7 +128,8 @@ TEST(ColourModel, ExactlyTwentyFourGreysComeBackOneLower)
 // (160, 120, 80) just fits; (200, 150, 100) clips on the positive side only: s = 2150.
 // Negative levels mirror the deviation and keep the low 8 bits (-85 is stored as 171). Hue is
 // scaled from the first byte's primary; greys only show the conversion's truncation. A
-// lightness above one half doubled is white. Black and white takes the second byte.
+// lightness above one half doubled is white; the factor is level x 0.01, not level / 100 (grey
+// 100 at 41 % would come back 40). Black and white takes the second byte.
 TEST(ColourAdjustments, ExactPixels)
 {
     struct Case { Op op; bool inclusive; std::vector<int> in, out; };
@@ -140,7 +141,8 @@ TEST(ColourAdjustments, ExactPixels)
         {hue(200), false, {0, 255, 0}, {0, 0, 255}},         {hue(100), false, {0, 255, 0}, {0, 255, 0}},
         {hue(170), false, {33, 33, 33}, {32, 32, 32}},       {lum(0), false, {120, 40, 200}, {0, 0, 0}},
         {lum(100), false, {66, 66, 66}, {65, 65, 65}},       {lum(200), false, {64, 64, 64}, {128, 128, 128}},
-        {lum(200), false, {200, 150, 90}, {255, 255, 255}},  {black_white(), true, {10, 20, 30}, {20, 20, 20}},
+        {lum(200), false, {200, 150, 90}, {255, 255, 255}},  {lum(41), false, {100, 100, 100}, {41, 41, 41}},
+        {black_white(), true, {10, 20, 30}, {20, 20, 20}},
         {red(-100), true, {40, 90, 200}, {40, 90, 0}},       {red(100), true, {40, 90, 200}, {40, 90, 255}},
         {red(100), true, {40, 90, 100}, {40, 90, gain(100, 100)}}, {green(50), true, {40, 90, 200}, {40, gain(50, 90), 200}},
         {blue(-30), true, {40, 90, 200}, {gain(-30, 40), 90, 200}},

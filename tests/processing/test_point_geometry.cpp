@@ -17,7 +17,6 @@ template <class Base>
 struct Open : Base {
     using Base::m_NbThreads;
     using Base::m_phThreads;
-    using Base::m_pLUT;
     void set_depth(unsigned char bpp) { this->m_bpp = bpp; }
 };
 
@@ -35,8 +34,9 @@ bool turn(int bpp, int angle, Buf &src, Buf &dst)
 
 } // namespace
 
-// Worker count: the processor count, but 2 below 3; handles all empty. A table that cannot be
-// allocated leaves the object usable without it (and the negative's own table fails too).
+// Worker count: the processor count, but 2 below 3; handles all empty. A working table that
+// cannot be allocated leaves the object usable without it: the tone adjustments fail and change
+// nothing (so does the grey negative, whose own table fails too).
 TEST(PerDepthClasses, WorkerSlotsAndMissingTable)
 {
     const unsigned counts[][2] = {{1, 2}, {2, 2}, {3, 3}, {8, 8}};
@@ -48,15 +48,16 @@ TEST(PerDepthClasses, WorkerSlotsAndMissingTable)
         for (int i = 0; i < p.m_NbThreads; ++i)
             EXPECT_EQ(p.m_phThreads[i], nullptr);
     }
-    FailIf fail(fails_size(sizeof(CLUT_16_Bpp)));
-    Open<CTraitementImg_16_Bpp> p;
-    EXPECT_EQ(p.m_pLUT, nullptr);
-    Buf buf(3, 3, 16);
-    const auto before = buf.rows();
-    CRect rc(0, 0, 2, 2);
-    EXPECT_FALSE(p.ReglageContraste(0.0f, 3, 3, buf.bits(), rc) || p.Negatif(3, 3, buf.bits(), rc));
-    EXPECT_EQ(buf.rows(), before);
-    EXPECT_TRUE(p.Fill(static_cast<unsigned short>(7), 3, 3, buf.bits(), rc));
+    for (int bpp : {8, 16, 24}) {
+        Buf buf(3, 3, bpp);
+        const auto before = buf.rows();
+        CRect rc(0, 0, 2, 2);
+        FailIf fail(fails_size(bpp == 8 ? sizeof(CLUT_8_Bpp) : bpp == 16 ? sizeof(CLUT_16_Bpp) : sizeof(CLUT_24_Bpp)));
+        EXPECT_TRUE(on_depth(bpp, [&](auto &t) {
+            return !t.ReglageContraste(0.0f, 3, 3, buf.bits(), rc) && (bpp == 24 || !t.Negatif(3, 3, buf.bits(), rc));
+        })) << bpp;
+        EXPECT_EQ(buf.rows(), before) << bpp;
+    }
 }
 
 // Every level of each grey depth, and a rectangle of a padded colour buffer.
