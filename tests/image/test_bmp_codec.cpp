@@ -113,7 +113,6 @@ TEST(BmpCodec, RoundTripEveryDepth)
         ASSERT_TRUE(load_bytes(back, saved_bytes(d)));
         ASSERT_EQ(0, std::memcmp(back.GetInfo(), d.GetInfo(), 40));
         EXPECT_EQ(0, std::memcmp(back.GetBits() - pal, d.GetBits() - pal, pal + d.SizeImage()));
-        EXPECT_EQ(back.BoundingRectangle(), CRect(0, 0, 6, 4));
         const uint8_t * view = back.store()->grey_view();
         ASSERT_EQ(view != nullptr, bpp == 16);
         for (int i = 0; bpp == 16 && i < 5 * 7; ++i)
@@ -149,7 +148,7 @@ TEST(BmpCodec, BadHeadersFailWithTheirTextAndKeepTheImage)
         {"huge", 0x7FFFFFFF, 0x7FFFFFFF, 24, 0, 0, "Can't allocate memory"},
         {"wide row", 0x40000000, 1, 24, 0, 0, "Can't allocate memory"},
         {"allocation refused", 2, 2, 24, 0, 0, "Can't allocate memory", 56},
-        {"large but short", 20000, 20000, 8, 0, 0, "Error reading BMP data"},
+        {"large but short", 20000, 20000, 8, 0, 0, "Error reading BMP data", 1 << 20}, // refused before allocating
         {"huge 32", 100000, 100000, 32, 0, 0, "unknown compression"},
         {"24 bit compressed", 1, 1, 24, 1, 0, "unknown compression"},
         {"4 bit compressed", 3, 1, 4, 2, 0, "compression type not supported"},

@@ -43,7 +43,6 @@ TEST(DibCore, CreationGeometryAndPalettePerDepth)
         EXPECT_EQ(d.BitCount(), c.bpp);
         EXPECT_EQ(d.GetInfo()->bmiHeader.biClrUsed, static_cast<unsigned>(c.entries));
         EXPECT_EQ(d.Pitch(), c.pitch);
-        EXPECT_EQ(d.SizeImage(), 3u * c.pitch);
         EXPECT_EQ(d.XOffset(9), (9 * c.bpp) >> 3);
         EXPECT_EQ(d.YOffset(2), 2 * c.pitch);
         EXPECT_EQ(d.GetPixelPtr(9, 1) - d.GetBits(), c.pixel_9_1);
@@ -144,6 +143,11 @@ TEST(DibCore, CopyAndCopyingConstructorsDuplicate)
     EXPECT_EQ(view[8 + 4], src.GetBits()[12 + 9]);
     dst.ReleaseBits();
     EXPECT_EQ(dst.store()->grey_view(), nullptr);
+
+    // Without pixels, the palette is still copied.
+    src.GetBits()[-1024 + 5] = 99;
+    CDibRoot noPixels(src, false, false, false);
+    EXPECT_EQ(noPixels.GetBits()[-1024 + 5], 99);
 
     CDib cd(5, 3, 24);
     cd.GetBits()[4] = 9;

@@ -43,7 +43,7 @@ void fill(CDibRoot & image)
 } // namespace
 
 // Each form puts 256 entries into a grey image's palette, changes nothing else
-// and returns 0; a colour or empty image is left alone, with 0 too.
+// and returns 0; a 4-bit, colour or empty image is left alone, with 0 too.
 TEST(DisplayPalette, SetFormsRecolourGreyImagesOnly)
 {
     kevra_test::CaptureMessageBoxes boxes;
@@ -56,14 +56,14 @@ TEST(DisplayPalette, SetFormsRecolourGreyImagesOnly)
         {[&](CDibRoot & d) { return d.SetDisplayPalette(&extra, 0.1f, 1.3f, 0.9f, e_Palette12, 5, 10, -15, true); },
          &settings},
     };
-    for (unsigned short bpp : {8, 16, 24}) {
+    for (unsigned short bpp : {4, 8, 16, 24}) {
         CDibRoot image(CSize(5, 3), bpp);
         fill(image);
         std::vector<uint8_t> want = whole_block(image);
         for (const auto & form : forms) {
             SCOPED_TRACE(testing::Message() << bpp << " bits, form " << &form - forms);
             EXPECT_EQ(form.first(image), 0);
-            if (bpp != 24)
+            if (bpp == 8 || bpp == 16)
                 std::memcpy(want.data() + 40, table_bytes(*form.second).data(), 1024);
             EXPECT_EQ(whole_block(image), want);
         }
