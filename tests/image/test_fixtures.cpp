@@ -2,6 +2,9 @@
 // short palettes, the large info header and top-down rows.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -17,15 +20,15 @@ struct Rgb {
     bool operator==(const Rgb & o) const { return r == o.r && g == o.g && b == o.b; }
 };
 
-// Colour of picture pixel (x, y), y from the top, of a 4-, 8- or 24-bit image.
+// Colour of picture pixel (x, y), y from the top, of a 1-, 4-, 8- or 24-bit image.
 Rgb colour_at(CDibRoot & d, int x, int y)
 {
     const uint8_t * p = d.GetPixelPtr(x, static_cast<int>(d.Height()) - 1 - y);
     if (d.BitCount() == 24)
         return {p[2], p[1], p[0]};
-    const bool nibble = d.BitCount() == 4;
-    const int index = !nibble ? p[0] : x % 2 == 0 ? p[0] >> 4 : p[0] & 15;
-    const uint8_t * pal = d.GetBits() - 4 * (nibble ? 16 : 256) + 4 * index;
+    const int bpp = d.BitCount();
+    const int index = bpp == 8 ? p[0] : bpp == 4 ? (x % 2 == 0 ? p[0] >> 4 : p[0] & 15) : (p[0] >> (7 - x % 8)) & 1;
+    const uint8_t * pal = d.GetBits() - 4 * (1 << bpp) + 4 * index;
     return {pal[2], pal[1], pal[0]};
 }
 
@@ -64,4 +67,35 @@ TEST(Fixtures, FilesOfAnotherToolReadBack)
     CDibRoot rle;
     EXPECT_FALSE(rle.Load(kevra_test::TempDir::widen(kevra_test::data_file("grey8_rle.bmp")).c_str(), 0));
     EXPECT_STREQ(rle.GetLastError(), "compression type not supported");
+}
+
+// Another reader sees the pixels Kevra writes: ImageMagick (when installed) turns each file
+// into a plain RGB picture that must match the image's own palette colours.
+TEST(Fixtures, ImageMagickReadsWhatKevraWrites)
+{
+    std::string im;
+    for (const char * cmd : {"magick", "convert"})
+        if (im.empty() && std::system((std::string(cmd) + " -version 2>/dev/null | grep -q ImageMagick").c_str()) == 0)
+            im = cmd;
+    if (im.empty())
+        GTEST_SKIP() << "ImageMagick not installed";
+    kevra_test::TempDir dir;
+    for (unsigned short bpp : {1, 4, 8, 24}) {
+        SCOPED_TRACE(bpp);
+        CDibRoot d(CSize(11, 5), bpp);
+        d.SetGrayPalette(); // 1 and 4 bits are created with a black palette
+        for (long i = 0; i < d.Pitch() * d.Height(); ++i)
+            d.GetBits()[i] = static_cast<uint8_t>(i * 29 + 3);
+        const std::string bmp = dir.file("k.bmp"), ppm = dir.file("k.ppm");
+        ASSERT_TRUE(d.Save(dir.wfile("k.bmp").c_str(), 0));
+        ASSERT_EQ(std::system((im + " '" + bmp + "' -depth 8 'PPM:" + ppm + "' 2>/dev/null").c_str()), 0);
+        const std::vector<uint8_t> file = kevra_test::read_file(ppm);
+        const std::string head = "P6\n11 5\n255\n";
+        ASSERT_EQ(std::string(file.begin(), file.begin() + static_cast<long>(std::min(file.size(), head.size()))), head);
+        ASSERT_EQ(file.size(), head.size() + 11 * 5 * 3);
+        for (int i = 0; i < 55; ++i) {
+            const uint8_t * q = &file[head.size() + 3 * static_cast<std::size_t>(i)];
+            ASSERT_TRUE((Rgb{q[0], q[1], q[2]} == colour_at(d, i % 11, i / 11))) << i;
+        }
+    }
 }
