@@ -22,7 +22,10 @@ Op lum(int l) { return [l](T &t, Buf &b, CRect &rc) { return t.ReglageLuminance(
 Op red(int l) { return [l](T &t, Buf &b, CRect &rc) { return t.ReglageRouge(l, b.w, b.h, b.bits(), rc); }; }
 Op green(int l) { return [l](T &t, Buf &b, CRect &rc) { return t.ReglageVert(l, b.w, b.h, b.bits(), rc); }; }
 Op blue(int l) { return [l](T &t, Buf &b, CRect &rc) { return t.ReglageBleu(l, b.w, b.h, b.bits(), rc); }; }
-Op rgb(int r, int g, int bl) { return [=](T &t, Buf &b, CRect &rc) { return t.ReglageRougeVertBleu(r, g, bl, b.w, b.h, b.bits(), rc); }; }
+Op rgb(int r, int g, int bl)
+{
+    return [=](T &t, Buf &b, CRect &rc) { return t.ReglageRougeVertBleu(r, g, bl, b.w, b.h, b.bits(), rc); };
+}
 Op black_white() { return [](T &t, Buf &b, CRect &rc) { return t.NoirEtBlanc(b.w, b.h, b.bits(), rc); }; }
 
 // The grey-table gain of a level: contrast (level + 100) * 0.01 in single precision.
@@ -64,14 +67,16 @@ TEST(ColourModel, RgbToHslExactDoubles)
         {0, 255, 0, 2.0 * sixth, 1, 0.5}, {0, 0, 255, 4.0 * sixth, 1, 0.5}, {255, 0, 255, -1.0 * sixth + 1.0, 1, 0.5},
         {200, 200, 100, 1.0 * sixth, (200 * k - 100 * k) / (2.0 - 200 * k - 100 * k), (200 * k + 100 * k) * 0.5},
         {100, 200, 200, 3.0 * sixth, (200 * k - 100 * k) / (2.0 - 200 * k - 100 * k), (200 * k + 100 * k) * 0.5},
-        {100, 50, 20, ((50 * k - 20 * k) / (100 * k - 20 * k)) * sixth, (100 * k - 20 * k) / (100 * k + 20 * k), (100 * k + 20 * k) * 0.5},
+        {100, 50, 20, ((50 * k - 20 * k) / (100 * k - 20 * k)) * sixth, (100 * k - 20 * k) / (100 * k + 20 * k),
+         (100 * k + 20 * k) * 0.5},
         {250, 200, 180, ((200 * k - 180 * k) / (250 * k - 180 * k)) * sixth, (250 * k - 180 * k) / (2.0 - 250 * k - 180 * k),
          (250 * k + 180 * k) * 0.5},
     };
     T t;
     for (const Case &c : cases) {
         double h = -1, s = -1, l = -1, hp = -1, sp = -1, lp = -1;
-        t.RGBtoHSL(static_cast<unsigned char>(c.c1), static_cast<unsigned char>(c.c2), static_cast<unsigned char>(c.c3), &h, &s, &l);
+        t.RGBtoHSL(static_cast<unsigned char>(c.c1), static_cast<unsigned char>(c.c2), static_cast<unsigned char>(c.c3), &h, &s,
+                   &l);
         EXPECT_TRUE(h == c.h && s == c.s && l == c.l) << c.c1 << " " << c.c2 << " " << c.c3 << ": " << h << " " << s << " " << l;
         // The packed forms put the first component in the lowest byte; the top byte is ignored.
         t.RGBtoHSL(static_cast<unsigned long>(c.c1 | c.c2 << 8 | c.c3 << 16) | 0xAB000000ul, &hp, &sp, &lp);
@@ -320,7 +325,7 @@ TEST(ColourMemo, SameBytesAsThePlainPath)
         for (detail::ModelFn model : {detail::scale_hue, detail::scale_lightness})
             for (int level : {0, 37, 100, 200, 1000})
                 for (bool few : {false, true}) {
-                    SCOPED_TRACE(testing::Message() << c.width << "x" << c.height << " level " << level << (few ? " few colours" : ""));
+                    SCOPED_TRACE(testing::Message() << c.width << "x" << c.height << " level " << level << (few ? " few" : ""));
                     Buf plain = random_colours(c.width, c.height, ++seed, few), memo = plain;
                     run_model(false, plain, c.rect, detail::model_factor(level), model);
                     ASSERT_TRUE(run_model(true, memo, c.rect, detail::model_factor(level), model));

@@ -61,8 +61,10 @@ TEST(Histogram, ColourChannelsAndLuminance)
     std::memcpy(buf.bits(), px, 15);
     CRect rc(0, 0, 4, 0);
     std::vector<long> r(256, 9), g(256, 9), b(256, 9), lum(256, 9), r3(256), g3(256), b3(256);
-    EXPECT_TRUE(p.Donne_HistogrammeRouge(r.data(), 5, 1, buf.bits(), rc) && p.Donne_HistogrammeVert(g.data(), 5, 1, buf.bits(), rc));
-    EXPECT_TRUE(p.Donne_HistogrammeBleu(b.data(), 5, 1, buf.bits(), rc) && p.Donne_HistogrammeLuminance(lum.data(), 5, 1, buf.bits(), rc));
+    EXPECT_TRUE(p.Donne_HistogrammeRouge(r.data(), 5, 1, buf.bits(), rc));
+    EXPECT_TRUE(p.Donne_HistogrammeVert(g.data(), 5, 1, buf.bits(), rc));
+    EXPECT_TRUE(p.Donne_HistogrammeBleu(b.data(), 5, 1, buf.bits(), rc));
+    EXPECT_TRUE(p.Donne_HistogrammeLuminance(lum.data(), 5, 1, buf.bits(), rc));
     EXPECT_TRUE(p.Donne_Histogrammes(r3.data(), g3.data(), b3.data(), 5, 1, buf.bits(), rc));
     EXPECT_EQ(r, counts({10, 10, 254, 255, 1}));
     EXPECT_EQ(g, counts({20, 21, 254, 255, 1}));
@@ -128,7 +130,7 @@ TEST(EgalisationHistogramme, NoCutIsIdentityAndAllocationFailureLeavesThePixels)
         Buf buf(7, 3, bpp, 5);
         const auto before = buf.rows();
         CRect all(0, 0, 6, 2);
-        EXPECT_TRUE(proc_test::on_depth(bpp, [&](auto &t) { return t.EgalisationHistogramme(0.0f, 1.0f, 7, 3, buf.bits(), all); }));
+        EXPECT_TRUE(proc_test::on_depth(bpp, [&](auto &t) { return t.EgalisationHistogramme(0, 1, 7, 3, buf.bits(), all); }));
         EXPECT_EQ(buf.rows(), before) << bpp;
     }
     Buf buf = stretch_case16();

@@ -170,7 +170,8 @@ TEST(ColourClassDepthField, OtherDepthMovesSingleBytesButFillWritesThree)
     EXPECT_EQ(out.get(1, 4), 4); // source (0, 1) -> (1, 4)
     EXPECT_TRUE(out.intact());
     EXPECT_TRUE(p.Fill(0x332211ul, 4, 1, colour.bits(), two));
-    EXPECT_EQ(std::vector<uint8_t>(colour.bits() + 3, colour.bits() + 9), (std::vector<uint8_t>{0x11, 0x22, 0x33, 0x11, 0x22, 0x33}));
+    const std::vector<uint8_t> two_pixels = {0x11, 0x22, 0x33, 0x11, 0x22, 0x33};
+    EXPECT_EQ(std::vector<uint8_t>(colour.bits() + 3, colour.bits() + 9), two_pixels);
 }
 
 // Source (x, r) goes to (r, W-1-x), (W-1-x, H-1-r), (H-1-r, x); bad angles and sizes write nothing.
@@ -292,7 +293,8 @@ TEST(QuickRotate, TiledWalkGivesThePlainBytes)
                 ASSERT_TRUE(turn(bpp, angle, src, plain));
                 detail::set_rotate_fast_enabled(true);
                 ASSERT_TRUE(turn(bpp, angle, src, fast));
-                EXPECT_EQ(proc_test::first_difference(fast, plain), "") << sz[0] << "x" << sz[1] << " bpp " << bpp << " angle " << angle;
+                EXPECT_EQ(proc_test::first_difference(fast, plain), "")
+                    << sz[0] << "x" << sz[1] << " bpp " << bpp << " angle " << angle;
                 EXPECT_TRUE(fast.intact());
             }
 }

@@ -19,12 +19,16 @@ struct Params {
 
 bool unsharp(Buf &b, CRect rc, Params p)
 {
-    return on_depth(b.bpp, [&](auto &t) { return t.UnsharpMasking(b.w, b.h, b.bits(), rc, p.rayon, p.gainP, p.gainN, p.SeuilP, p.SeuilN); });
+    return on_depth(b.bpp, [&](auto &t) {
+        return t.UnsharpMasking(b.w, b.h, b.bits(), rc, p.rayon, p.gainP, p.gainN, p.SeuilP, p.SeuilN);
+    });
 }
 
 bool unsharp_disc(Buf &b, CPoint centre, long R, Params p)
 {
-    return on_depth(b.bpp, [&](auto &t) { return t.UnsharpMasking(b.w, b.h, b.bits(), centre, R, p.rayon, p.gainP, p.gainN, p.SeuilP, p.SeuilN); });
+    return on_depth(b.bpp, [&](auto &t) {
+        return t.UnsharpMasking(b.w, b.h, b.bits(), centre, R, p.rayon, p.gainP, p.gainN, p.SeuilP, p.SeuilN);
+    });
 }
 
 } // namespace
@@ -136,7 +140,8 @@ TEST(Unsharp, RandomGeometriesChangeOnlyTheirArea)
         Buf b(w, h, bpp, static_cast<uint32_t>(iter));
         const Buf before = b;
         if (iter % 4 == 3) { // a disc: its square, each bound clamped into the image
-            rc = CRect(clamp(centre.x - R, w - 1), clamp(centre.y - R, h - 1), clamp(centre.x + R, w - 1), clamp(centre.y + R, h - 1));
+            rc = CRect(clamp(centre.x - R, w - 1), clamp(centre.y - R, h - 1), clamp(centre.x + R, w - 1),
+                       clamp(centre.y + R, h - 1));
             ASSERT_TRUE(unsharp_disc(b, centre, R, p)) << iter;
         } else {
             ASSERT_TRUE(unsharp(b, rc, p)) << iter;
