@@ -25,7 +25,7 @@ GuardedPlane filtered(CFiltre &f, const GuardedPlane &p, CRect rect)
 GuardedPlane filtered(CFiltre &f, const GuardedPlane &p) { return filtered(f, p, CRect(0, 0, p.w - 1, p.h - 1)); }
 
 // Rampe 5 across (0, 1/6, 1/3), identity down. The mirror is about the rectangle's edges, the
-// edge sample repeated; a rectangle narrower than the kernel folds its taps into itself.
+// edge sample repeated; only taps whose mirror would leave the image fold into the rectangle.
 TEST(FiltreEngine, SeparableMirrorsAboutTheRectangleEdges)
 {
     CFiltre f(CFiltre::Filtre_Rampe, 5, CFiltre::Filtre_Moyenne, 1, 0.0f, 0.0f);
@@ -47,6 +47,13 @@ TEST(FiltreEngine, SeparableMirrorsAboutTheRectangleEdges)
     EXPECT_EQ(o.at(0, 0), k[0] * t(0) + k[1] * (t(0) + t(1)) + k[2] * (t(1) + t(2)));
     EXPECT_EQ(o.at(1, 0), k[0] * t(1) + k[1] * (t(0) + t(2)) + k[2] * (t(0) + t(2)));
     EXPECT_EQ(o.at(2, 0), k[0] * t(2) + k[1] * (t(1) + t(2)) + k[2] * (t(0) + t(1)));
+    // Two columns at the left edge of eight, Rampe 7: both pixels lie in the left zone and read
+    // their left taps mirrored, their right taps from the real columns beyond the rectangle.
+    CFiltre g(CFiltre::Filtre_Rampe, 7, CFiltre::Filtre_Moyenne, 1, 0.0f, 0.0f);
+    const float *r = g.Donne_TabFiltreX();
+    o = filtered(g, p, CRect(0, 0, 1, 0));
+    EXPECT_EQ(o.at(0, 0), r[0] * s(0) + r[1] * (s(0) + s(1)) + r[2] * (s(1) + s(2)) + r[3] * (s(2) + s(3)));
+    EXPECT_EQ(o.at(1, 0), r[0] * s(1) + r[1] * (s(0) + s(2)) + r[2] * (s(0) + s(3)) + r[3] * (s(1) + s(4)));
 }
 
 // The top test admits equality while the right test does not: a rectangle whose top lies nY rows

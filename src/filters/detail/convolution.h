@@ -69,20 +69,19 @@ enum class LowBorder { mirror, shifted_run };
 // exactly n rows below the image's top mirrors its last n rows although the
 // real rows exist. That asymmetry is kept on purpose.
 //
-// Narrow rectangles. When the rectangle is so narrow near an edge that the two
-// zones overlap (inner_lo > inner_hi + 1), the zones as such would compute
-// some pixels twice and read past the image. Such an axis is "narrow": every
-// pixel of it is a border pixel and every tap outside the rectangle is folded
-// back into it by mirroring about both edges, as often as needed (the shifted
-// run is not used there). So every pixel is computed once, from samples of
-// the rectangle only. When the zones do not overlap the zone rules alone stay
-// inside the image, and narrow handling never applies.
+// Narrow rectangles. Each pixel is computed once, by the rules above, tap by
+// tap: a pixel may lie in both zones (a rectangle narrower than the kernel near
+// an edge), and then its low taps follow the low rule and its high taps the
+// high rule, real samples beyond the rectangle being read where the image has
+// them. The only taps those rules cannot serve are the ones whose mirrored (or
+// shifted) position falls outside the image, as with a one-pixel image and a
+// wide kernel; such a tap is folded back into the rectangle by mirroring about
+// both of its edges, as often as needed. Direct reads never leave the image.
 struct FilterAxis {
     int64_t size = 0;
     int64_t lo = 0, hi = -1;
     int64_t n = 0;
     int64_t inner_lo = 0, inner_hi = -1; // interior bounds, not clamped
-    bool narrow = false;
     LowBorder low_rule = LowBorder::mirror;
 
     FilterAxis(int64_t size_, int64_t lo_, int64_t hi_, int64_t n_, bool high_test_admits_equality,
@@ -92,7 +91,6 @@ struct FilterAxis {
         inner_lo = lo - n < 0 ? lo + n : lo;
         const bool high_border = high_test_admits_equality ? hi + n >= size - 1 : hi + n > size - 1;
         inner_hi = high_border ? hi - n : hi;
-        narrow = inner_lo > inner_hi + 1;
     }
 
     bool interior(int64_t x) const { return x >= inner_lo && x <= inner_hi; }
@@ -100,17 +98,14 @@ struct FilterAxis {
     // Position actually read by pixel x for its tap at position p.
     int64_t source(int64_t x, int64_t p) const
     {
-        if (narrow)
-            return fold(p);
+        int64_t q = p;
         if (p < lo && x < inner_lo) {
-            if (low_rule == LowBorder::mirror)
-                return 2 * lo - 1 - p;
             const int64_t m = lo - (x - n); // taps of this kernel row outside
-            return p + 2 * m - 1;
+            q = low_rule == LowBorder::mirror ? 2 * lo - 1 - p : p + 2 * m - 1;
+        } else if (p > hi && x > inner_hi) {
+            q = 2 * hi + 1 - p;
         }
-        if (p > hi && x > inner_hi)
-            return 2 * hi + 1 - p;
-        return p;
+        return q >= 0 && q < size ? q : fold(p);
     }
 
     // Mirror about lo and hi (edge samples repeated) until p lies in lo..hi:
@@ -218,7 +213,7 @@ void separable_fast(PlaneGeometry pg, const float * src, float * mid, float * ds
                     const FilterAxis & ax, const FilterAxis & ay, const float * kx, const float * ky)
 {
     const int64_t stride = pg.width * C;
-    const bool x_run = !ax.narrow && ax.inner_lo <= ax.inner_hi;
+    const bool x_run = ax.inner_lo <= ax.inner_hi;
     const int64_t r1 = across_last_row(g, ay.n, pg.height);
     for (int64_t r = across_first_row(g, ay.n); r <= r1; ++r) {
         const float * srow = src + r * stride;
@@ -246,8 +241,8 @@ void separable_fast(PlaneGeometry pg, const float * src, float * mid, float * ds
             across_pixel_plain<C>(srow, mrow, ax, x, kx);
     }
 
-    const int64_t yi0 = ay.narrow ? g.T + 1 : ay.inner_lo;
-    const int64_t yi1 = ay.narrow ? g.T : ay.inner_hi;
+    const int64_t yi0 = ay.inner_lo;
+    const int64_t yi1 = ay.inner_hi;
     const int64_t f0 = g.L * C, f1 = g.R * C + C;
     for (int64_t y = g.B; y <= g.T; ++y) {
         if (y < yi0 || y > yi1) {
@@ -308,9 +303,9 @@ void full_fast(PlaneGeometry pg, const float * src, float * dst, const FilterReg
 {
     const int64_t stride = pg.width * C;
     const int64_t kw = 2 * ax.n + 1;
-    const bool x_run = !ax.narrow && ax.inner_lo <= ax.inner_hi;
+    const bool x_run = ax.inner_lo <= ax.inner_hi;
     for (int64_t y = g.B; y <= g.T; ++y) {
-        if (!x_run || ay.narrow || !ay.interior(y)) {
+        if (!x_run || !ay.interior(y)) {
             for (int64_t x = g.L; x <= g.R; ++x)
                 full_pixel_plain<C>(pg, src, dst, ax, ay, x, y, K, offset, factor);
             continue;
