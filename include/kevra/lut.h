@@ -207,6 +207,10 @@ public:
 private:
     // Where the INI members read and write: the stored file (or the default file), as a path.
     std::string ini_path() const;
+    // The common start of both INI members: the non-null arguments replace the stored file
+    // and section, then the path and the section name (UTF-8); false when either is unset.
+    bool adopt_ini(const wchar_t *fichier, const wchar_t *section, std::string &path,
+                   std::string &sectionName);
 
     CLUT_8_Bpp m_LUTRouge;
     CLUT_8_Bpp m_LUTVert;

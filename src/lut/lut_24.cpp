@@ -362,7 +362,8 @@ std::string CLUT_24_Bpp::ini_path() const
     return Donne_FichierIniDefaut();
 }
 
-bool CLUT_24_Bpp::Sauvegarde_INI(const wchar_t *fichier, const wchar_t *section)
+bool CLUT_24_Bpp::adopt_ini(const wchar_t *fichier, const wchar_t *section, std::string &path,
+                            std::string &sectionName)
 {
     if (fichier != nullptr) {
         m_strFichierIni = fichier;
@@ -372,8 +373,17 @@ bool CLUT_24_Bpp::Sauvegarde_INI(const wchar_t *fichier, const wchar_t *section)
         m_strSectionIni = section;
     if (!m_bIniDefini || m_strSectionIni.empty())
         return false;
-    const std::string path = ini_path();
+    path = ini_path();
     if (path.empty())
+        return false;
+    sectionName = platform::to_utf8(m_strSectionIni.c_str());
+    return true;
+}
+
+bool CLUT_24_Bpp::Sauvegarde_INI(const wchar_t *fichier, const wchar_t *section)
+{
+    std::string path, sectionName;
+    if (!adopt_ini(fichier, section, path, sectionName))
         return false;
     if (m_strFichierIni.empty()) {
         // The default location may not exist yet; a file the caller names must be in a
@@ -384,7 +394,6 @@ bool CLUT_24_Bpp::Sauvegarde_INI(const wchar_t *fichier, const wchar_t *section)
     detail::IniFile ini;
     if (!ini.load(path))
         return false;
-    const std::string sectionName = platform::to_utf8(m_strSectionIni.c_str());
     for (int i = 0; i < Donne_NbEntrees(); ++i) {
         char value[48];
         std::snprintf(value, sizeof value, "%d,%d,%d", m_LUTRouge[i], m_LUTVert[i], m_LUTBleu[i]);
@@ -395,21 +404,12 @@ bool CLUT_24_Bpp::Sauvegarde_INI(const wchar_t *fichier, const wchar_t *section)
 
 bool CLUT_24_Bpp::Lecture_INI(const wchar_t *fichier, const wchar_t *section)
 {
-    if (fichier != nullptr) {
-        m_strFichierIni = fichier;
-        m_bIniDefini = true;
-    }
-    if (section != nullptr)
-        m_strSectionIni = section;
-    if (!m_bIniDefini || m_strSectionIni.empty())
-        return false;
-    const std::string path = ini_path();
-    if (path.empty())
+    std::string path, sectionName;
+    if (!adopt_ini(fichier, section, path, sectionName))
         return false;
     detail::IniFile ini;
     if (!ini.load(path))
         return false;
-    const std::string sectionName = platform::to_utf8(m_strSectionIni.c_str());
     bool complete = true;
     unsigned char *r = m_LUTRouge.Donne_Table();
     unsigned char *g = m_LUTVert.Donne_Table();
