@@ -64,6 +64,11 @@ TEST_F(CliCommands, InfoGivesSizeDepthPaletteResolutionZoneAndStatistics)
     for (const char * line :
          {"depth:       24 bits", "palette:     none", "\nblue:", "\ngreen:", "\nred:", "\nluminance:"})
         EXPECT_NE(r.out.find(line), std::string::npos) << line << " in\n" << r.out;
+
+    // A top-down file of another tool is read like any other.
+    r = run_cli({"info", std::string(KEVRA_TEST_DATA_DIR) + "/rgb24_topdown.bmp"}, dir);
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("size:        3 x 2 pixels\n"), std::string::npos) << r.out;
 }
 
 TEST_F(CliCommands, ConvertMatchesTheLibraryAndKeepsTheResolution)

@@ -82,7 +82,7 @@ std::string errno_text(int e)
 
 // What the library's decoder would accept silently or report poorly: a file
 // that is not a BMP at all (the decoder would take it for a headerless
-// bitmap), a top-down file, or rows cut short.
+// bitmap), or rows cut short. Top-down files are the library's to read.
 void check_bmp_file(const std::string & path)
 {
     struct stat st {};
@@ -107,15 +107,13 @@ void check_bmp_file(const std::string & path)
     const uint32_t compression = le32(h + 30);
     if (le32(h + 14) == 12)
         return; // old core header: leave it to the library
-    if (height < 0)
-        throw Failure(path + ": top-down BMP files are not supported");
     if (width <= 0 || height == 0)
         throw Failure(path + ": BMP file has no pixels (" + std::to_string(width) + " x " +
                       std::to_string(height) + ")");
     if (compression != 0)
         return; // the library names the compression it refuses
     const uint64_t pitch = ((static_cast<uint64_t>(width) * bit_count + 31) / 32) * 4;
-    const uint64_t rows = pitch * static_cast<uint64_t>(height);
+    const uint64_t rows = pitch * static_cast<uint64_t>(height < 0 ? -static_cast<int64_t>(height) : height);
     const uint64_t start = bits_offset != 0 ? bits_offset : 54;
     const uint64_t size = static_cast<uint64_t>(st.st_size);
     if (size < start + rows)
