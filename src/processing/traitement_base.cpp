@@ -2,6 +2,7 @@
 
 #include "kevra/dib.h"
 #include "processing/detail/float_store.h"
+#include "processing/detail/image_form.h"
 #include "processing/detail/pixel.h"
 
 namespace kevra {
@@ -43,6 +44,18 @@ void to_bits(detail::View<Px> v, const Span & s, const float * plane)
         const int64_t n = static_cast<int64_t>(s.x1 - s.x0 + 1) * Px::channels;
         for (int64_t i = 0; i < n; ++i)
             dst[i] = detail::store_sample<typename Px::sample>(src[i]);
+    }
+}
+
+// Runs f on the buffer seen at depth bpp; any other depth converts nothing.
+template <class F>
+void on_depth(unsigned bpp, long width, long height, unsigned char * bits, F && f)
+{
+    switch (bpp) {
+    case 8: f(detail::view<detail::Grey8>(width, height, bits)); break;
+    case 16: f(detail::view<detail::Grey16>(width, height, bits)); break;
+    case 24: f(detail::view<detail::Bgr24>(width, height, bits)); break;
+    default: break;
     }
 }
 
@@ -90,12 +103,7 @@ bool CTraitementImgBase::ConvertToFloat(long width, long height, unsigned char *
     const Span s = detail::clip_rect(static_cast<int32_t>(width), static_cast<int32_t>(height), rect);
     if (s.empty())
         return true;
-    switch (m_bpp) {
-    case 8: to_float(detail::view<detail::Grey8>(width, height, pBits), s, pFloat); break;
-    case 16: to_float(detail::view<detail::Grey16>(width, height, pBits), s, pFloat); break;
-    case 24: to_float(detail::view<detail::Bgr24>(width, height, pBits), s, pFloat); break;
-    default: break;
-    }
+    on_depth(m_bpp, width, height, pBits, [&](auto v) { to_float(v, s, pFloat); });
     return true;
 }
 
@@ -107,39 +115,25 @@ bool CTraitementImgBase::ConvertToBits(long width, long height, unsigned char * 
     const Span s = detail::clip_rect(static_cast<int32_t>(width), static_cast<int32_t>(height), rect);
     if (s.empty())
         return true;
-    switch (m_bpp) {
-    case 8: to_bits(detail::view<detail::Grey8>(width, height, pBits), s, pFloat); break;
-    case 16: to_bits(detail::view<detail::Grey16>(width, height, pBits), s, pFloat); break;
-    case 24: to_bits(detail::view<detail::Bgr24>(width, height, pBits), s, pFloat); break;
-    default: break;
-    }
+    on_depth(m_bpp, width, height, pBits, [&](auto v) { to_bits(v, s, pFloat); });
     return true;
 }
 
-// Image forms: the validity of the image is the answer when the depth does not
-// match or the image has no pixels.
+// Image forms: the common image-form rules (null, depth, validity, working zone, release).
 bool CTraitementImgBase::ConvertToFloat(CDibRoot * pDib, float * pFloat)
 {
-    if (pDib == nullptr || pFloat == nullptr)
-        return false;
-    if (pDib->BitCount() != m_bpp || !pDib->IsOK())
-        return false;
-    const bool ok = ConvertToFloat(pDib->Width(), pDib->Height(), pDib->GetBits(), pFloat,
-                                   pDib->BoundingRectangle());
-    pDib->ReleaseBits();
-    return ok;
+    return pFloat != nullptr &&
+           detail::run_image_form(m_bpp, pDib, [&](long w, long h, void * bits, CRect & rc) {
+               return ConvertToFloat(w, h, static_cast<unsigned char *>(bits), pFloat, rc);
+           });
 }
 
 bool CTraitementImgBase::ConvertToBits(CDibRoot * pDib, float * pFloat)
 {
-    if (pDib == nullptr || pFloat == nullptr)
-        return false;
-    if (pDib->BitCount() != m_bpp || !pDib->IsOK())
-        return false;
-    const bool ok = ConvertToBits(pDib->Width(), pDib->Height(), pDib->GetBits(), pFloat,
-                                  pDib->BoundingRectangle());
-    pDib->ReleaseBits();
-    return ok;
+    return pFloat != nullptr &&
+           detail::run_image_form(m_bpp, pDib, [&](long w, long h, void * bits, CRect & rc) {
+               return ConvertToBits(w, h, static_cast<unsigned char *>(bits), pFloat, rc);
+           });
 }
 
 bool CTraitementImgBase::TronqueValeurs(long width, long height, float * pFloat, CRect rect, float fMin,
