@@ -4,6 +4,7 @@
 
 #include "image/byte_source.h"
 #include "image/ximage.h"
+#include "processing/detail/pixel.h"
 #include "kevra/platform.h"
 
 namespace kevra {
@@ -157,7 +158,7 @@ bool CxImage::decode_into(detail::ByteSource & src)
     const int64_t height = top_down ? -static_cast<int64_t>(h.biHeight) : h.biHeight;
     const int64_t width = h.biWidth;
     if (h.biSizeImage == 0) {
-        const uint64_t pitch = (static_cast<uint64_t>(width < 0 ? 0 : width) * h.biBitCount + 31) >> 5 << 2;
+        const uint64_t pitch = static_cast<uint64_t>(detail::row_pitch(width < 0 ? 0 : width, h.biBitCount));
         h.biSizeImage = static_cast<uint32_t>(pitch * static_cast<uint64_t>(height));
     }
     if (h.biClrUsed == 0)
@@ -195,7 +196,7 @@ bool CxImage::decode_into(detail::ByteSource & src)
     if (total >= 0 && reads_rows && width > 0 && height > 0 && width <= 0x7FFFFFFF && height <= 0x7FFFFFFF) {
         const uint64_t rows = file_bpp == 32
                                   ? static_cast<uint64_t>(width) * 4 * static_cast<uint64_t>(height)
-                                  : ((static_cast<uint64_t>(width) * file_bpp + 31) >> 5 << 2) *
+                                  : static_cast<uint64_t>(detail::row_pitch(width, file_bpp)) *
                                         static_cast<uint64_t>(height);
         const int64_t rows_at = bits_offset != 0 ? start + bits_offset
                                                  : src.tell() + palette_entries_for(file_bpp) * 4;

@@ -124,7 +124,7 @@ bool CxImage::create(int64_t width, int64_t height, uint32_t bit_count, uint32_t
 
     if (width <= 0 || height <= 0 || width > 0x7FFFFFFF || height > 0x7FFFFFFF)
         return false;
-    const uint64_t pitch = (static_cast<uint64_t>(width) * bpp + 31) >> 5 << 2;
+    const uint64_t pitch = static_cast<uint64_t>(detail::row_pitch(width, bpp));
     if (pitch > kMaxBlockBytes || pitch * static_cast<uint64_t>(height) > kMaxBlockBytes - kInfoHeaderSize - entries * 4)
         return false;
 
