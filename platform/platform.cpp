@@ -1,6 +1,7 @@
 // Default implementations of the platform services and their handler slots.
 #include "kevra/platform.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -64,6 +65,17 @@ H swap_handler(H & slot, H handler)
 }
 
 } // namespace
+
+namespace {
+std::atomic<unsigned> g_thread_count{1};
+std::atomic<uint64_t> g_max_image_bytes{uint64_t(1) << 30};
+} // namespace
+
+void set_thread_count(unsigned count) { g_thread_count.store(count == 0 ? 1 : count, std::memory_order_relaxed); }
+unsigned thread_count() { return g_thread_count.load(std::memory_order_relaxed); }
+
+void set_max_image_bytes(uint64_t bytes) { g_max_image_bytes.store(bytes, std::memory_order_relaxed); }
+uint64_t max_image_bytes() { return g_max_image_bytes.load(std::memory_order_relaxed); }
 
 // UTF-8 encoding of a wide string (UTF-32 or UTF-16 wchar_t alike). Surrogate pairs are joined;
 // a lone surrogate or a value beyond U+10FFFF becomes U+FFFD, so the output is always valid UTF-8.

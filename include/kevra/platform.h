@@ -54,6 +54,18 @@ std::string to_utf8(const wchar_t * text);
 void set_sequencer_trace_path(const std::string & path);
 std::string sequencer_trace_path();
 
+// Threads the heavy operations (filters, unsharp masking, median, resampling)
+// may split their rows among. Default 1: the library runs on the caller's
+// thread only. Results are the same bytes for every count. 0 means 1.
+void set_thread_count(unsigned count);
+unsigned thread_count();
+
+// Largest pixel store (bytes of pixel data) an image may create; creation
+// beyond it fails like a failed allocation. Default 1 GiB; 0 = no limit.
+// Guards applications against hostile headers that claim huge images.
+void set_max_image_bytes(uint64_t bytes);
+uint64_t max_image_bytes();
+
 // Allocation hook: called with the byte count before every allocation made
 // through kevra::detail::try_alloc / try_new_array / try_new; returning true
 // makes that allocation fail (tests use it to reach the failure paths).
