@@ -127,6 +127,11 @@ bool CxImage::create(int64_t width, int64_t height, uint32_t bit_count, uint32_t
     const uint64_t pitch = static_cast<uint64_t>(detail::row_pitch(width, bpp));
     if (pitch > kMaxBlockBytes || pitch * static_cast<uint64_t>(height) > kMaxBlockBytes - kInfoHeaderSize - entries * 4)
         return false;
+    // The application's ceiling on pixel data: a header announcing more is
+    // refused before a byte is allocated or cleared.
+    const uint64_t limit = platform::max_image_bytes();
+    if (limit != 0 && pitch * static_cast<uint64_t>(height) > limit)
+        return false;
 
     tagBITMAPINFOHEADER & h = m_head.bmiHeader;
     m_pitch = static_cast<uint32_t>(pitch);
