@@ -1,5 +1,7 @@
 #include "image/ximage.h"
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -263,16 +265,19 @@ void CxImage::set_zone(CRect r)
     drop_selection();
     const int32_t w = width();
     const int32_t h = height();
-    // Low bound first, then the high one.
-    auto clamp = [](int32_t v, int32_t hi) {
-        v = v < 0 ? 0 : v;
-        return v > hi ? hi : v;
+    // Low bound first, then the high one. A store without pixels may carry
+    // any header (a refused packed bitmap's): 64-bit bounds keep w - 1 and
+    // h - 1 defined, and the result stays inside 32 bits.
+    auto clamp = [](int32_t v, int32_t size) {
+        const int64_t hi = std::max<int64_t>(int64_t(size) - 1, INT32_MIN);
+        const int64_t x = v < 0 ? 0 : v;
+        return static_cast<int32_t>(x > hi ? hi : x);
     };
     const int32_t l = r.left < r.right ? r.left : r.right;
     const int32_t rr = r.left < r.right ? r.right : r.left;
     const int32_t t = r.top < r.bottom ? r.top : r.bottom;
     const int32_t b = r.top < r.bottom ? r.bottom : r.top;
-    m_zone = CRect(clamp(l, w - 1), clamp(t, h - 1), clamp(rr, w - 1), clamp(b, h - 1));
+    m_zone = CRect(clamp(l, w), clamp(t, h), clamp(rr, w), clamp(b, h));
 }
 
 bool CxImage::build_grey_view()

@@ -27,6 +27,12 @@ constexpr uint32_t kInfoHeaderSize = 40;
 // into a plain allocation failure.
 constexpr uint64_t kMaxBlockBytes = 0x7FFFFFFFu;
 
+// Bytes a packed bitmap (header, palette or masks, rows) must hold for the
+// build from it to read only inside the block, computed from its 40-byte
+// header alone (which must itself be readable). Used by callers that receive
+// blocks of a known length, such as the fuzzing harness.
+uint64_t packed_bitmap_bytes(const void * header);
+
 class CxImage {
 public:
     explicit CxImage(uint32_t image_type = kFormatBmp);
