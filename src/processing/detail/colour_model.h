@@ -174,19 +174,9 @@ inline int32_t floor_shift20(int32_t v)
     return static_cast<int32_t>(-((magnitude + 0xFFFFF) >> 20));
 }
 
-// level * 0.01 * 1024 truncated toward zero. A factor out of the int range saturates, as the
-// target's float-to-int conversion does (only absurd levels reach it).
-inline int32_t saturation_fixed_factor(double factor)
-{
-    const double f = factor * 1024.0;
-    if (!(f == f))
-        return 0;
-    if (f >= 2147483647.0)
-        return INT32_MAX;
-    if (f <= -2147483648.0)
-        return INT32_MIN;
-    return static_cast<int32_t>(f);
-}
+// level * 0.01 * 1024 truncated toward zero; a factor out of the int range saturates (only
+// absurd levels reach it).
+inline int32_t saturation_fixed_factor(double factor) { return truncate_i32(factor * 1024.0); }
 
 // The grey mean (C0 + C1 + C2) / 3 as the high word of the 64-bit product with 0x55555556;
 // exact for every sum of three bytes scaled by 1024.
