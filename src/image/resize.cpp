@@ -13,8 +13,9 @@
 namespace kevra {
 namespace {
 
-// 32-bit signed arithmetic that wraps like the target's registers instead of
-// overflowing (only reachable with rectangles near the 32-bit limits).
+// 32-bit signed arithmetic that wraps instead of overflowing, so that rectangles
+// near the 32-bit limits (the only ones that reach it) give the same, defined
+// result everywhere.
 int32_t wrap_add(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b)); }
 int32_t wrap_sub(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b)); }
 int32_t wrap_mul(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b)); }

@@ -165,7 +165,7 @@ CLUT_16_Bpp::CLUT_16_Bpp(const unsigned short *pLUT) : CLUT(16)
         detail::identity_table(m_LUT, Donne_NbEntrees());
     } else {
         // 65536 bytes, not entries: only the lower half of the table comes from the array.
-        // Callers have always relied on exactly this; the upper half is left at zero.
+        // Callers rely on exactly this; the upper half is left at zero.
         std::memset(m_LUT, 0, sizeof m_LUT);
         std::memcpy(m_LUT, pLUT, 65536);
     }
