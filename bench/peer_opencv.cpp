@@ -2,8 +2,9 @@
 // 2048 x 2048 pictures at 8, 16 and 24 bits, both on one thread. Each time is the median of
 // several runs; before every run the input is restored outside the timing. Prints a markdown
 // table with both times and the ratio Kevra / OpenCV (above 1: Kevra is slower). For the
-// operations that split rows among threads, Kevra also runs with two threads; that column shows
-// a time only when the second thread made the operation at least 10 % faster.
+// operations that may split rows among threads (filters, unsharp masking, median, resampling),
+// Kevra also runs with two threads; where the library does not split an operation, that
+// column only repeats the one-thread time.
 //
 // The operations are not the same algorithms (OpenCV's normalize stretches min..max, its median
 // replaces every pixel, its HLS round trip is not Kevra's hue gain...): the peer is the nearest
@@ -105,21 +106,34 @@ double now_ms()
     return std::chrono::duration<double, std::milli>(clock::now().time_since_epoch()).count();
 }
 
-// Median of `reps` runs of `run`, each preceded by `setup` (not timed). NaN when a run fails.
-double median_ms(int reps, const std::function<void()> &setup, const std::function<bool()> &run)
+// Median of the runs of each side. The two sides take turns (Kevra, OpenCV, Kevra, ...) so
+// that a change of load on the machine weighs on both; each run is preceded by `setup` (not
+// timed). NaN for a side that fails or is missing.
+struct Times {
+    double kevra;
+    double opencv;
+};
+
+Times median_ms(int reps, const std::function<void()> &setup, const std::function<bool()> &kevra,
+                const std::function<bool()> &opencv)
 {
-    std::vector<double> times;
-    for (int i = 0; i < reps; ++i) {
-        setup();
-        const double t0 = now_ms();
-        const bool ok = run();
-        const double t1 = now_ms();
-        if (!ok)
-            return std::nan("");
-        times.push_back(t1 - t0);
+    std::vector<double> times[2];
+    bool ok[2] = {true, static_cast<bool>(opencv)};
+    for (int i = 0; i < reps; ++i)
+        for (int side = 0; side < 2; ++side) {
+            if (!ok[side])
+                continue;
+            setup();
+            const double t0 = now_ms();
+            ok[side] = side == 0 ? kevra() : opencv();
+            times[side].push_back(now_ms() - t0);
+        }
+    double result[2];
+    for (int side = 0; side < 2; ++side) {
+        std::sort(times[side].begin(), times[side].end());
+        result[side] = ok[side] ? times[side][times[side].size() / 2] : std::nan("");
     }
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
+    return {result[0], result[1]};
 }
 
 struct Row {
@@ -128,7 +142,7 @@ struct Row {
     int bpp;
     double kevra;
     double opencv; // NaN: no OpenCV equivalent at this depth
-    double kevra2; // NaN: not measured or no gain from a second thread
+    double kevra2; // NaN: not measured
 };
 
 std::vector<Row> g_rows;
@@ -154,15 +168,13 @@ void pair(const std::string &operation, const std::string &peer, int bpp, bool h
     const int reps = heavy ? std::max(1, std::min(g_reps, 3)) : g_reps;
     Row row{operation, peer, bpp, 0.0, std::nan(""), std::nan("")};
     platform::set_thread_count(1);
-    row.kevra = median_ms(reps, setup, kevra);
-    if (opencv)
-        row.opencv = median_ms(reps, setup, opencv);
+    const Times t = median_ms(reps, setup, kevra, opencv);
+    row.kevra = t.kevra;
+    row.opencv = t.opencv;
     if (heavy) {
         platform::set_thread_count(2);
-        const double two = median_ms(reps, setup, kevra);
+        row.kevra2 = median_ms(reps, setup, kevra, {}).kevra;
         platform::set_thread_count(1);
-        if (two < 0.9 * row.kevra)
-            row.kevra2 = two;
     }
     std::fprintf(stderr, "%-40s %2d bits  %9.2f ms  %9.2f ms\n", operation.c_str(), bpp, row.kevra, row.opencv);
     g_rows.push_back(row);
