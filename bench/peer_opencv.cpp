@@ -31,6 +31,7 @@
 
 #include <unistd.h>
 
+#include "core/fast_path.h"
 #include "kevra/dib.h"
 #include "kevra/filtre.h"
 #include "kevra/lut.h"
@@ -157,14 +158,33 @@ bool wanted(const std::string &name)
     return false;
 }
 
+using Output = std::function<std::vector<uint8_t>()>;
+
 // One pair. `kevra` and `opencv` run the operation once; `setup` restores the inputs. `heavy`:
-// also time Kevra with two threads. An empty `opencv` means no peer at this depth.
+// also time Kevra with two threads. An empty `opencv` means no peer at this depth. With an
+// `output` (Kevra's result bytes), Kevra first runs on its plain and on its fast paths, and the
+// program stops unless both give the same bytes.
 void pair(const std::string &operation, const std::string &peer, int bpp, bool heavy,
           const std::function<void()> &setup, const std::function<bool()> &kevra,
-          const std::function<bool()> &opencv)
+          const std::function<bool()> &opencv, const Output &output = {})
 {
     if (!wanted(operation))
         return;
+    if (output) {
+        std::vector<uint8_t> plain;
+        {
+            kevra::detail::FastPathScope scope(false);
+            setup();
+            kevra();
+            plain = output();
+        }
+        setup();
+        kevra();
+        if (output() != plain) {
+            std::fprintf(stderr, "%s at %d bits: the fast path differs from the plain path\n", operation.c_str(), bpp);
+            std::exit(EXIT_FAILURE);
+        }
+    }
     const int reps = heavy ? std::max(1, std::min(g_reps, 3)) : g_reps;
     Row row{operation, peer, bpp, 0.0, std::nan(""), std::nan("")};
     platform::set_thread_count(1);
@@ -213,15 +233,16 @@ void per_depth_pairs()
     Proc proc;
     CRect rc = kWhole;
 
+    const Output result = [&] { return work; };
     pair("Negatif", "bitwise_not", bpp, false, restore,
          [&] { return proc.Negatif(kSide, kSide, work.data(), rc); },
-         [&] { cv::bitwise_not(in, in); return true; });
+         [&] { cv::bitwise_not(in, in); return true; }, result);
     pair("Mirroir_Horizontal", "flip (y axis)", bpp, false, restore,
          [&] { return proc.Mirroir_Horizontal(kSide, kSide, work.data(), rc); },
-         [&] { cv::flip(in, in, 1); return true; });
+         [&] { cv::flip(in, in, 1); return true; }, result);
     pair("Mirroir_Vertical", "flip (x axis)", bpp, false, restore,
          [&] { return proc.Mirroir_Vertical(kSide, kSide, work.data(), rc); },
-         [&] { cv::flip(in, in, 0); return true; });
+         [&] { cv::flip(in, in, 0); return true; }, result);
     {
         std::vector<uint8_t> turned(static_cast<std::size_t>(pitch_of(kSide, bpp) * kSide));
         cv::Mat turned_mat;
@@ -230,17 +251,18 @@ void per_depth_pairs()
                  return proc.QuickRotate(CTraitementImgBase::e_Angle90, kSide, kSide, work.data(), rc, kSide, kSide,
                                          turned.data());
              },
-             [&] { cv::rotate(in, turned_mat, cv::ROTATE_90_CLOCKWISE); return true; });
+             [&] { cv::rotate(in, turned_mat, cv::ROTATE_90_CLOCKWISE); return true; },
+             [&] { return turned; });
     }
     pair("EgalisationHistogramme 1%/99%", "normalize MINMAX", bpp, false, restore,
          [&] { return proc.EgalisationHistogramme(0.01f, 0.99f, kSide, kSide, work.data(), rc); },
-         [&] { cv::normalize(in, in, 0, bpp == 16 ? 65535 : 255, cv::NORM_MINMAX); return true; });
+         [&] { cv::normalize(in, in, 0, bpp == 16 ? 65535 : 255, cv::NORM_MINMAX); return true; }, result);
     pair("FiltreMedian r1 tol 0.2", "medianBlur 3", bpp, true, restore,
          [&] { return proc.FiltreMedian(kSide, kSide, work.data(), rc, 0.2, 1); },
-         [&] { cv::medianBlur(in, out, 3); return true; });
+         [&] { cv::medianBlur(in, out, 3); return true; }, result);
     pair("FiltreMedian r2 tol 0.2", "medianBlur 5", bpp, true, restore,
          [&] { return proc.FiltreMedian(kSide, kSide, work.data(), rc, 0.2, 2); },
-         [&] { cv::medianBlur(in, out, 5); return true; });
+         [&] { cv::medianBlur(in, out, 5); return true; }, result);
     pair("UnsharpMasking r2", "GaussianBlur 5 + addWeighted", bpp, true, restore,
          [&] { return proc.UnsharpMasking(kSide, kSide, work.data(), rc, 2.0f, 1.5f, 1.0f, 2.0f, 2.0f); },
          [&] {
@@ -248,19 +270,22 @@ void per_depth_pairs()
              cv::GaussianBlur(in, blur, cv::Size(5, 5), 0);
              cv::addWeighted(in, 1.5, blur, -0.5, 0, out);
              return true;
-         });
+         },
+         result);
     {
         std::vector<uint8_t> big(static_cast<std::size_t>(pitch_of(2 * kSide, bpp) * 2 * kSide));
         std::vector<uint8_t> half(static_cast<std::size_t>(pitch_of(kSide / 2, bpp) * (kSide / 2)));
         pair("ResampleSimple x2 bilinear", "resize LINEAR x2", bpp, true, restore,
              [&] { return proc.ResampleSimple(kSide, kSide, work.data(), 2 * kSide, 2 * kSide, big.data(), 0); },
-             [&] { cv::resize(in, out, cv::Size(2 * kSide, 2 * kSide), 0, 0, cv::INTER_LINEAR); return true; });
+             [&] { cv::resize(in, out, cv::Size(2 * kSide, 2 * kSide), 0, 0, cv::INTER_LINEAR); return true; },
+             [&] { return big; });
         pair("ResampleSimple 1/2 sinc mode 1", "resize LANCZOS4 1/2", bpp, true, restore,
              [&] { return proc.ResampleSimple(kSide, kSide, work.data(), kSide / 2, kSide / 2, half.data(), 1); },
              [&] {
                  cv::resize(in, out, cv::Size(kSide / 2, kSide / 2), 0, 0, cv::INTER_LANCZOS4);
                  return true;
-             });
+             },
+             [&] { return half; });
     }
 }
 
@@ -280,13 +305,13 @@ void table_pairs()
             cv::Mat table(1, 256, CV_8UC1, lut.Donne_Table());
             pair("CLUT FiltrerBuffer", "LUT", 8, false, restore,
                  [&] { return lut.FiltrerBuffer(kSide, kSide, work.data(), rc); },
-                 [&] { cv::LUT(in, table, in); return true; });
+                 [&] { cv::LUT(in, table, in); return true; }, [&] { return work; });
         } else if (bpp == 16) {
             // OpenCV's LUT takes 8-bit input only.
             CLUT_16_Bpp lut;
             lut.SetLuminositeConstrateGamma(0.1f, 1.2f, 0.9f);
             pair("CLUT FiltrerBuffer", "(none: LUT is 8-bit only)", 16, false, restore,
-                 [&] { return lut.FiltrerBuffer(kSide, kSide, work.data(), rc); }, {});
+                 [&] { return lut.FiltrerBuffer(kSide, kSide, work.data(), rc); }, {}, [&] { return work; });
         } else {
             CLUT_24_Bpp lut(e_Palette22);
             tagRGBQUAD quads[256];
@@ -296,7 +321,7 @@ void table_pairs()
                 table.at<cv::Vec3b>(0, i) = cv::Vec3b(quads[i].rgbBlue, quads[i].rgbGreen, quads[i].rgbRed);
             pair("CLUT FiltrerBuffer", "LUT", 24, false, restore,
                  [&] { return lut.FiltrerBuffer(kSide, kSide, work.data(), rc); },
-                 [&] { cv::LUT(in, table, in); return true; });
+                 [&] { cv::LUT(in, table, in); return true; }, [&] { return work; });
         }
     }
 }
@@ -316,14 +341,16 @@ void colour_pairs()
              cv::cvtColor(in, hls, cv::COLOR_BGR2HLS);
              cv::cvtColor(hls, in, cv::COLOR_HLS2BGR);
              return true;
-         });
+         },
+         [&] { return work; });
     pair("ReglageSaturation 150", "cvtColor HLS and back", 24, false, restore,
          [&] { return proc.ReglageSaturation(150, kSide, kSide, work.data(), rc); },
          [&] {
              cv::cvtColor(in, hls, cv::COLOR_BGR2HLS);
              cv::cvtColor(hls, in, cv::COLOR_HLS2BGR);
              return true;
-         });
+         },
+         [&] { return work; });
 }
 
 // Float planes through CFiltre's buffer entry (in place) and OpenCV's filters (into a second plane).
@@ -366,6 +393,10 @@ void filter_pairs()
                      else
                          cv::filter2D(in, out, -1, kernel);
                      return true;
+                 },
+                 [&] {
+                     const uint8_t *p = reinterpret_cast<const uint8_t *>(work.data());
+                     return std::vector<uint8_t>(p, p + work.size() * sizeof(float));
                  });
         }
     }

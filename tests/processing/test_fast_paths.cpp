@@ -1,10 +1,11 @@
-// The integer fast paths (negative, mirrors, quarter turns, histograms, stretch) against the
-// plain paths: random buffers of every depth, odd widths, single pixels, rows and columns, sizes
+// The integer fast paths (negative, mirrors, quarter turns, histograms, stretch, look-up tables)
+// against the plain paths: random buffers of every depth, odd widths, single pixels, rows and columns, sizes
 // around the block and tile sizes, rectangles inside, on and over every edge, and empty ones.
 // Whole buffers are compared, padding and guard zones included, and so are the results.
 #include <cstring>
 
 #include "core/fast_path.h"
+#include "kevra/lut.h"
 #include "processing/processing_test.h"
 
 namespace {
@@ -60,6 +61,25 @@ bool histogram(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &count
                                                              b.bits(), r);
 }
 
+// A table of random entries (three at 24 bits).
+bool table(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint32_t seed)
+{
+    CRect r = rc;
+    std::mt19937 rng(seed);
+    if (bpp != 16) {
+        kevra::CLUT_8_Bpp lut[3];
+        for (auto &l : lut)
+            for (int i = 0; i < 256; ++i)
+                l.Donne_Table()[i] = static_cast<uint8_t>(rng());
+        kevra::CLUT_24_Bpp colour(&lut[0], &lut[1], &lut[2]);
+        return bpp == 8 ? lut[0].FiltrerBuffer(b.w, b.h, b.bits(), r) : colour.FiltrerBuffer(b.w, b.h, b.bits(), r);
+    }
+    kevra::CLUT_16_Bpp lut;
+    for (int i = 0; i < 65536; ++i)
+        lut.Donne_Table()[i] = static_cast<uint16_t>(rng());
+    return lut.FiltrerBuffer(b.w, b.h, b.bits(), r);
+}
+
 // Shares from 0 to 0.3 and high points from 0.7 to 1, and now and then a share beyond them.
 bool stretch(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint32_t seed)
 {
@@ -70,7 +90,8 @@ bool stretch(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint3
 }
 
 const Op kOps[] = {{"Negatif", negative},       {"Mirroir_Horizontal", mirror_h}, {"Mirroir_Vertical", mirror_v},
-                   {"QuickRotate", turn},       {"Donne_Histogramme", histogram}, {"EgalisationHistogramme", stretch}};
+                   {"QuickRotate", turn},       {"Donne_Histogramme", histogram}, {"EgalisationHistogramme", stretch},
+                   {"CLUT FiltrerBuffer", table}};
 
 // A random rectangle: each edge inside, on or a little beyond the image; now and then the
 // whole image or an empty one.
