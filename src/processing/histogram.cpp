@@ -36,24 +36,18 @@ struct Luminance {
     int32_t operator()(const uint8_t *p) const { return luminance_level(p); }
 };
 
-// Grey levels, one bin a level (256 at 8 bits, 65536 at 16). The fast path deals the pixels to
-// sub-histograms (histogram_fast.h); at 16 bits it needs 2 x 65536 counts of scratch and takes
-// the plain walk without them.
+// Grey levels, one bin a level (256 at 8 bits, 65536 at 16). The fast path deals 8-bit pixels
+// to sub-histograms (histogram_fast.h). At 16 bits neighbouring pixels rarely share a level
+// and sub-histograms of 65536 counts cost more to clear and merge than they save: the plain
+// walk counts them.
 template <class Px>
 void count_grey(const View<Px> &v, const Span &s, long *bins, int32_t nbins)
 {
-    if (fast_paths_enabled() && counts_fit(s) && nbins == (Px::bpp == 16 ? 65536 : 256)) {
-        if constexpr (Px::bpp == 8) {
+    if constexpr (Px::bpp == 8) {
+        if (fast_paths_enabled() && counts_fit(s) && nbins == 256) {
             uint32_t scratch[4 * 256];
             count_grey_fast<Px, 4>(v, s, bins, 256, scratch);
             return;
-        } else {
-            uint32_t *scratch = try_new_array<uint32_t>(2 * 65536);
-            if (scratch != nullptr) {
-                count_grey_fast<Px, 2>(v, s, bins, 65536, scratch);
-                delete[] scratch;
-                return;
-            }
         }
     }
     count_levels<Px>(v, s, bins, nbins, FirstSample());
