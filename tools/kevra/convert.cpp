@@ -25,7 +25,11 @@ int run_convert(const ConvertOptions & o)
     const std::string format = output_format(o.out, o.format);
     install_library_notices();
     kevra::CDib source;
-    show_notes(o.in, load_image(o.in, source, {8, 16}));
+    show_notes(o.in, load_image(o.in, source, o.bits == 0 ? std::vector<int>{} : std::vector<int>{8, 16}));
+    if (o.bits == 0 || o.bits == source.BitCount()) { // another file format only
+        save_image(source, o.out, format);
+        return 0;
+    }
     kevra::CDib target;
     if (!target.Create(source.Size(), static_cast<unsigned short>(o.bits)) || !target.IsOK())
         throw Failure(o.in + ": not enough memory for the converted image");
@@ -88,12 +92,15 @@ int run_palette(const PaletteOptions & o)
 Command add_convert_command(CLI::App & app)
 {
     auto o = std::make_shared<ConvertOptions>();
-    CLI::App * c = app.add_subcommand("convert", "Convert a grey image between 8 and 16 bits");
-    c->add_option("in", o->in, "8- or 16-bit grey image (- for standard input)")->required()->type_name("IN");
+    CLI::App * c = app.add_subcommand("convert", "Convert an image to another file format, or a grey image between 8 and 16 bits");
+    c->add_option("in", o->in, "Image (8- or 16-bit grey with --bits; - for standard input)")->required()->type_name("IN");
     c->add_option("out", o->out, "Converted file (- for standard output)")->required()->type_name("OUT");
     add_format_option(*c, o->format);
-    c->add_option("--bits", o->bits, "Depth of the result")->required()->check(CLI::IsMember({8, 16}))->type_name("8|16");
-    c->footer("8 to 16 bits multiplies each level by 256 (255 becomes 65280); 16 to 8 bits keeps the high\n"
+    c->add_option("--bits", o->bits, "Depth of the result (default: the input's)")
+        ->check(CLI::IsMember({8, 16}))
+        ->type_name("8|16");
+    c->footer("Without --bits the image is written as it is, in the output's format (its resolution kept).\n"
+              "8 to 16 bits multiplies each level by 256 (255 becomes 65280); 16 to 8 bits keeps the high\n"
               "byte of each sample. The library's CDibRoot::CopyToDifferentBpp does the conversion.");
     return {c, [o]() { return run_convert(*o); }};
 }

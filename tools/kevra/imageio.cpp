@@ -13,6 +13,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <sys/stat.h>
 
@@ -388,39 +389,68 @@ SourceInfo load_bmp(const std::string & path, const std::string & shown, kevra::
 // ---- DICOM pixel spacing ---------------------------------------------------
 
 // Walks the data set of a DICOM file (little endian, explicit or implicit VR,
-// sequences of any length) for the pixel spacing in millimetres: Pixel Spacing
-// (0028,0030), else Imager Pixel Spacing (0018,1164). Row spacing first.
+// sequences of any length) for what OpenImageIO does not give: the pixel
+// spacing, and the stored samples of uncompressed 16-bit monochrome data.
 class DicomWalker {
 public:
-    explicit DicomWalker(const std::vector<unsigned char> & f) : f_(f) {}
-
-    bool spacing(double & row_mm, double & col_mm)
+    explicit DicomWalker(const std::vector<unsigned char> & f) : f_(f)
     {
         if (f_.size() < 132 || std::memcmp(&f_[128], "DICM", 4) != 0)
-            return false;
+            return;
         std::size_t at = 132;
-        explicit_ = true;
         // The file meta group is always explicit; its transfer syntax says
         // whether the data set is.
         while (at + 8 <= f_.size() && le16(&f_[at]) == 0x0002) {
             Element e;
-            if (!read(at, e))
-                return false;
+            if (!read(at, e) || e.undefined)
+                return;
             if (e.tag == 0x00020010)
-                implicit_after_meta_ = text(e) == "1.2.840.10008.1.2";
+                syntax_ = text(e);
             at = e.value + e.length;
         }
-        explicit_ = !implicit_after_meta_;
-        std::string found;
-        walk(at, f_.size(), 0, found);
+        explicit_ = syntax_ != "1.2.840.10008.1.2";
+        walk(at, f_.size(), 0);
+    }
+
+    // Row spacing, then column spacing, in millimetres: Pixel Spacing, else
+    // Imager Pixel Spacing.
+    bool spacing(double & row_mm, double & col_mm) const
+    {
+        std::string found = string(0x00280030);
         if (found.empty())
-            return false;
+            found = string(0x00181164);
         const std::size_t bs = found.find('\\');
         if (bs == std::string::npos)
             return false;
         row_mm = std::atof(found.substr(0, bs).c_str());
         col_mm = std::atof(found.substr(bs + 1).c_str());
         return row_mm > 0 && col_mm > 0;
+    }
+
+    // The stored samples (Bits Stored of them, below High Bit + 1), rows from
+    // the top, MONOCHROME1 inverted to display sense: only for uncompressed
+    // little-endian unsigned 16-bit monochrome data of this size.
+    bool samples(long width, long height, std::vector<uint16_t> & out) const
+    {
+        if ((syntax_ != "1.2.840.10008.1.2" && syntax_ != "1.2.840.10008.1.2.1") || number(0x00280002) != 1 ||
+            number(0x00280100) != 16 || number(0x00280103) != 0 || number(0x00280010) != height ||
+            number(0x00280011) != width)
+            return false;
+        const auto pixels = top_.find(0x7FE00010);
+        const long stored = number(0x00280101), high = number(0x00280102);
+        const std::string photometric = string(0x00280004);
+        if (pixels == top_.end() || pixels->second.undefined || stored < 1 || stored > 16 || high + 1 < stored ||
+            high > 15 || (photometric != "MONOCHROME1" && photometric != "MONOCHROME2") ||
+            pixels->second.length < static_cast<std::size_t>(width) * height * 2)
+            return false;
+        const unsigned shift = static_cast<unsigned>(high + 1 - stored);
+        const uint32_t mask = (1u << stored) - 1;
+        out.resize(static_cast<std::size_t>(width) * height);
+        for (std::size_t i = 0; i < out.size(); ++i) {
+            const uint32_t v = (le16(&f_[pixels->second.value + 2 * i]) >> shift) & mask;
+            out[i] = static_cast<uint16_t>(photometric == "MONOCHROME1" ? mask - v : v);
+        }
+        return true;
     }
 
 private:
@@ -438,6 +468,7 @@ private:
             return false;
         e.tag = (static_cast<uint32_t>(le16(&f_[at])) << 16) | le16(&f_[at + 2]);
         uint32_t len = 0;
+        e.vr.clear();
         if ((e.tag >> 16) == 0xFFFE) { // items and delimiters carry no VR
             len = le32(&f_[at + 4]);
             e.value = at + 8;
@@ -474,8 +505,21 @@ private:
         return s;
     }
 
+    std::string string(uint32_t tag) const
+    {
+        const auto e = top_.find(tag);
+        return e == top_.end() || e->second.undefined ? std::string() : text(e->second);
+    }
+
+    // An unsigned short (US) element; -1 when absent.
+    long number(uint32_t tag) const
+    {
+        const auto e = top_.find(tag);
+        return e == top_.end() || e->second.length != 2 ? -1 : le16(&f_[e->second.value]);
+    }
+
     // Walks elements from `at` up to `end` or a delimiter; returns where it stopped.
-    std::size_t walk(std::size_t at, std::size_t end, int depth, std::string & found)
+    std::size_t walk(std::size_t at, std::size_t end, int depth)
     {
         while (at + 8 <= end && depth < 16) {
             Element e;
@@ -483,16 +527,16 @@ private:
                 return f_.size();
             if (e.tag == 0xFFFEE00D || e.tag == 0xFFFEE0DD) // item or sequence delimiter
                 return e.value;
-            if (depth == 0 && (e.tag == 0x00280030 || (e.tag == 0x00181164 && found.empty())))
-                found = text(e);
+            if (depth == 0)
+                top_[e.tag] = e;
             if (depth == 0 && e.tag == 0x7FE00010)
                 return f_.size();
             if (e.tag == 0xFFFEE000 || e.vr == "SQ" || (e.undefined && !explicit_)) {
                 // An item or a sequence: walk inside it.
                 if (e.undefined) {
-                    at = walk(e.value, end, depth + 1, found);
+                    at = walk(e.value, end, depth + 1);
                 } else {
-                    walk(e.value, e.value + e.length, depth + 1, found);
+                    walk(e.value, e.value + e.length, depth + 1);
                     at = e.value + e.length;
                 }
                 continue;
@@ -505,8 +549,9 @@ private:
     }
 
     const std::vector<unsigned char> & f_;
+    std::string syntax_;
     bool explicit_ = true;
-    bool implicit_after_meta_ = false;
+    std::map<uint32_t, Element> top_;
 };
 
 // ---- other formats through OpenImageIO ----------------------------------------
@@ -565,8 +610,18 @@ SourceInfo load_oiio(const std::string & path, const std::string & shown, const 
     in->close();
 
     create(image, shown, w, h, grey ? (sixteen ? 16 : 8) : 24);
-    // DICOM samples keep their stored values: OpenImageIO scales a 12-bit
-    // sample to 16 bits by repeating its bits, which the shift undoes exactly.
+    // DICOM samples keep their stored values. Uncompressed data is read from
+    // the file (the stored bits, MONOCHROME1 inverted within them); otherwise
+    // OpenImageIO's 16-bit rendering is brought back to the stored range.
+    std::vector<uint16_t> direct;
+    std::unique_ptr<DicomWalker> dicom;
+    std::vector<unsigned char> dicom_file;
+    if (format == "DICOM") {
+        dicom_file = read_all(path);
+        dicom = std::make_unique<DicomWalker>(dicom_file);
+        if (grey && sixteen)
+            dicom->samples(w, h, direct);
+    }
     const int shift = format == "DICOM" && sixteen && stored > 8 && stored < 16 ? 16 - stored : 0;
     if (shift != 0)
         info.read_as = "16-bit grey, samples 0 to " + std::to_string((1 << stored) - 1);
@@ -576,7 +631,7 @@ SourceInfo load_oiio(const std::string & path, const std::string & shown, const 
         if (sixteen) {
             const auto * s = reinterpret_cast<const uint16_t *>(data.data()) + row;
             for (long x = 0; x < w; ++x) {
-                const uint16_t v = static_cast<uint16_t>(s[x] >> shift);
+                const uint16_t v = direct.empty() ? static_cast<uint16_t>(s[x] >> shift) : direct[row + x];
                 out[2 * x] = static_cast<unsigned char>(v & 0xFF);
                 out[2 * x + 1] = static_cast<unsigned char>(v >> 8);
             }
@@ -594,9 +649,9 @@ SourceInfo load_oiio(const std::string & path, const std::string & shown, const 
 
     unsigned long xppm = ppm_from(spec.get_float_attribute("XResolution"), spec.get_string_attribute("ResolutionUnit"));
     unsigned long yppm = ppm_from(spec.get_float_attribute("YResolution"), spec.get_string_attribute("ResolutionUnit"));
-    if (format == "DICOM") {
+    if (dicom) {
         double row_mm = 0, col_mm = 0;
-        if (DicomWalker(read_all(path)).spacing(row_mm, col_mm)) {
+        if (dicom->spacing(row_mm, col_mm)) {
             xppm = static_cast<unsigned long>(std::floor(1000.0 / col_mm + 0.5));
             yppm = static_cast<unsigned long>(std::floor(1000.0 / row_mm + 0.5));
         }
@@ -624,6 +679,10 @@ void save_oiio(kevra::CDib & image, const std::string & path, const std::string 
         spec.attribute("ResolutionUnit", "cm");
         spec.attribute("XResolution", static_cast<float>(image.GetXPelsPerMeter() / 100.0));
         spec.attribute("YResolution", static_cast<float>(image.GetYPelsPerMeter() / 100.0));
+        // The TIFF writer derives the vertical resolution from the aspect ratio.
+        if (image.GetXPelsPerMeter() != 0)
+            spec.attribute("PixelAspectRatio",
+                           static_cast<float>(double(image.GetYPelsPerMeter()) / image.GetXPelsPerMeter()));
         if (format == "tiff")
             spec.attribute("compression", "zip");
         std::vector<unsigned char> data(static_cast<std::size_t>(w) * h * nch * (bits == 16 ? 2 : 1));
@@ -793,6 +852,8 @@ void save_image(kevra::CDib & image, const std::string & path, const std::string
         save_oiio(image, path, format);
         return;
     }
+#else
+    (void)format; // output_format admits only BMP in this build
 #endif
     write_output(path, [&](const std::string & file) {
         const std::wstring name = widen(file);
