@@ -31,7 +31,7 @@ TEST_F(CliProcess, ChainsMatchTheLibrary)
          &zone},
         {16, 37, 29,
          {"--median", "0.25,3", "--filter", "gradient-diagonal", "--unsharp", "2,1.5,1,10,20", "--gamma", "0.8",
-          "--stretch", "0.005,0.995"},
+          "--stretch", "0.005,0.995", "--threads", "2"},
          {{S::e_FiltreMedian, median(0.25, 3)}, {S::e_Filtre, filter(kevra::CFiltre::Filtre_GradientDiagonal, 3, 1.0f)},
           {S::e_UnsharpMasking, unsharp(2.0f, 1.5f, 1.0f, 10.0f, 20.0f)},
           {S::e_LUT_LuminositeContrasteGamma, tone(0.0f, 1.0f, 0.8f)},
