@@ -129,28 +129,26 @@ TEST_F(CliFiles, BmpVariantsOfOtherToolsBecomeTheLibrarysColourImage)
 }
 
 #ifdef KEVRA_CLI_HAS_OIIO
-// PNG and TIFF at each depth and at two resolutions: back to BMP, the same
+// PNG and TIFF at each depth, with unequal resolutions: back to BMP, the same
 // bytes; another tool reads the colours in their places.
 TEST_F(CliFiles, PngAndTiffRoundTripsKeepSamplesAndResolution)
 {
     int seed = 20;
     for (int bits : {8, 16, 24}) {
         for (const char * ext : {"png", "tif"}) {
-            for (unsigned long ppm : {3780ul, 15748ul}) {
-                SCOPED_TRACE(std::to_string(bits) + " " + ext + " " + std::to_string(ppm));
-                const std::string in = dir.file("in.bmp"), mid = dir.file(std::string("mid.") + ext),
-                                  back = dir.file("back.bmp");
-                write_picture(in, 12, 7, bits, ++seed); // no row padding: other formats do not keep it
-                kevra::CDib image;
-                ASSERT_TRUE(image.Load(wide(in).c_str(), 0));
-                image.SetXPelsPerMeter(ppm);
-                image.SetYPelsPerMeter(ppm);
-                ASSERT_TRUE(image.Save(wide(in).c_str(), 0));
-                ASSERT_EQ(run_cli({"convert", in, mid}, dir).code, 0);
-                const CliRun r = run_cli({"convert", mid, back}, dir);
-                ASSERT_EQ(r.code, 0) << r.err;
-                EXPECT_EQ(read_file(back), read_file(in));
-            }
+            SCOPED_TRACE(std::to_string(bits) + " " + ext);
+            const std::string in = dir.file("in.bmp"), mid = dir.file(std::string("mid.") + ext),
+                              back = dir.file("back.bmp");
+            write_picture(in, 12, 7, bits, ++seed); // no row padding: other formats do not keep it
+            kevra::CDib image;
+            ASSERT_TRUE(image.Load(wide(in).c_str(), 0));
+            image.SetXPelsPerMeter(3780);  // 96 dpi
+            image.SetYPelsPerMeter(15748); // 400 dpi
+            ASSERT_TRUE(image.Save(wide(in).c_str(), 0));
+            ASSERT_EQ(run_cli({"convert", in, mid}, dir).code, 0);
+            const CliRun r = run_cli({"convert", mid, back}, dir);
+            ASSERT_EQ(r.code, 0) << r.err;
+            EXPECT_EQ(read_file(back), read_file(in));
         }
     }
     if (!have("oiiotool"))
@@ -159,6 +157,21 @@ TEST_F(CliFiles, PngAndTiffRoundTripsKeepSamplesAndResolution)
     ASSERT_EQ(run_cli({"convert", dir.file("v.bmp"), dir.file("v.png")}, dir).code, 0);
     ASSERT_EQ(shell("oiiotool --dumpdata '" + dir.file("v.png") + "' >'" + dir.file("dump.txt") + "'"), 0);
     EXPECT_NE(read_text(dir.file("dump.txt")).find("Pixel (0, 0): 255 0 0 ("), std::string::npos); // red, top left
+
+    // Files of other tools: a JPEG photograph, grey with alpha, 16-bit colour (refused).
+    const std::string make = "oiiotool --pattern constant:color=";
+    ASSERT_EQ(shell(make + "1,0.5,0 4x4 3 -o '" + dir.file("c.jpg") + "'"), 0);
+    ASSERT_EQ(shell(make + "0.5,0.5 4x4 2 -d uint16 -o '" + dir.file("ga.png") + "'"), 0);
+    ASSERT_EQ(shell(make + "1,0,0 4x4 3 -d uint16 -o '" + dir.file("c16.png") + "'"), 0);
+    CliRun r = run_cli({"info", dir.file("c.jpg")}, dir);
+    EXPECT_NE(r.out.find("\nformat:      JPEG, 8-bit colour\n"), std::string::npos) << r.out;
+    r = run_cli({"info", dir.file("ga.png")}, dir);
+    EXPECT_NE(r.out.find("\nformat:      PNG, 16-bit grey with alpha\n"), std::string::npos) << r.out;
+    EXPECT_EQ(r.err, "kevra: note: " + dir.file("ga.png") + ": its alpha channel is dropped\n");
+    r = run_cli({"info", dir.file("c16.png")}, dir);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, "kevra: " + dir.file("c16.png") + ": 16-bit colour is not supported (8-bit colour, or 8- or "
+                                                      "16-bit grey)\n");
 }
 
 // A DICOM file made by DCMTK: 12 stored bits (the high bits hold garbage),
