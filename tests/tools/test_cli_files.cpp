@@ -246,8 +246,12 @@ TEST_F(CliFiles, RefusalsNameTheProblemAndWriteNothing)
         {{"info", jpeg_bmp}, 1, jpeg_bmp + ": BMP with 24-bit pixels and JPEG compression is not a form kevra reads"},
         {{"palette", in24, p + "o.bmp", "--palette", "21"}, 1,
          in24 + ": 24-bit images are not supported here (8 or 16 bits)"},
+#ifdef KEVRA_CLI_HAS_OIIO
         {{"palette", in, p + "o.png", "--palette", "21"}, 2,
          p + "o.png: a display palette is kept in BMP files only (write .bmp)"},
+#else
+        {{"convert", in, p + "o.png"}, 2, p + "o.png: this kevra was built without OpenImageIO and writes BMP only"},
+#endif
         {{"bogus"}, 2, "unknown command 'bogus' (commands: process, info, histogram, lut, convert, palette, demo, help)"},
         {{"help", "bogus"}, 2,
          "unknown command 'bogus' (commands: process, info, histogram, lut, convert, palette, demo, help)"},

@@ -87,7 +87,7 @@ int run_info(const InfoOptions & o)
     const auto xres = static_cast<long>(image.GetXPelsPerMeter());
     const auto yres = static_cast<long>(image.GetYPelsPerMeter());
 
-    std::printf("file:        %s\n", o.file.c_str());
+    std::printf("file:        %s\n", o.file == "-" ? "standard input" : o.file.c_str());
     std::printf("format:      %s%s\n", source.form.c_str(),
                 source.read_as.empty() ? "" : (" (read as " + source.read_as + ")").c_str());
     std::printf("size:        %ld x %ld pixels\n", w, h);
