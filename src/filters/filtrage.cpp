@@ -1,6 +1,5 @@
 // CFiltre: the filtering engine and its image and buffer entries.
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -11,20 +10,6 @@
 #include "kevra/platform.h"
 
 namespace kevra {
-
-namespace detail {
-namespace {
-// KEVRA_FILTERS_PLAIN_ONLY builds the library with the plain path as default.
-#ifdef KEVRA_FILTERS_PLAIN_ONLY
-std::atomic<bool> g_filters_fast{false};
-#else
-std::atomic<bool> g_filters_fast{true};
-#endif
-} // namespace
-
-bool filters_fast_enabled() { return g_filters_fast.load(std::memory_order_relaxed); }
-void set_filters_fast_enabled(bool enabled) { g_filters_fast.store(enabled, std::memory_order_relaxed); }
-} // namespace detail
 
 namespace {
 
@@ -75,7 +60,7 @@ bool separable_engine(long width, long height, const float * source, float * des
         const PlaneGeometry pg{width, height};
         const FilterAxis ax = column_axis(width, g, nX, LowBorder::mirror);
         const FilterAxis ay = row_axis(height, g, nY, LowBorder::mirror);
-        if (detail::filters_fast_enabled())
+        if (detail::fast_paths_enabled())
             detail::separable_fast<C>(pg, source, mid, destination, g, ax, ay, tableX, tableY);
         else
             detail::separable_plain<C>(pg, source, mid, destination, g, ax, ay, tableX, tableY);
@@ -96,7 +81,7 @@ bool full_kernel_engine(long width, long height, const float * source, float * d
     const PlaneGeometry pg{width, height};
     const FilterAxis ax = column_axis(width, g, nX, LowBorder::shifted_run);
     const FilterAxis ay = row_axis(height, g, nY, LowBorder::shifted_run);
-    if (detail::filters_fast_enabled())
+    if (detail::fast_paths_enabled())
         detail::full_fast<C>(pg, source, destination, g, ax, ay, kernel, offset, factor);
     else
         detail::full_plain<C>(pg, source, destination, g, ax, ay, kernel, offset, factor);

@@ -4,13 +4,12 @@
 
 #include <cstdint>
 
+#include "core/image_form.h"
+#include "core/pixel.h"
 #include "kevra/dib.h"
 #include "kevra/lut.h"
 #include "kevra/platform.h"
 #include "processing/detail/histogram.h"
-#include "processing/detail/image_form.h"
-#include "processing/detail/lut.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra {
 
@@ -20,8 +19,6 @@ template void stretch_table<uint8_t>(uint8_t *, int32_t, const StretchLimits &);
 template void stretch_table<uint16_t>(uint16_t *, int32_t, const StretchLimits &);
 
 namespace {
-
-unsigned char *as_bytes(void *bits) { return static_cast<unsigned char *>(bits); }
 
 // Level of a pixel for each kind of count.
 struct FirstSample {
@@ -164,7 +161,7 @@ bool CTraitementImg_16_Bpp::EgalisationHistogramme(float min, float max, CDibRoo
 }
 
 // ---- 24 bits: the first byte of a pixel is counted as red, the second as green, the third as
-// blue (the reverse of the bitmap's own order; callers have always read them so) -----------------
+// blue (the reverse of the bitmap's own order; the counts are defined so and callers read them so)
 
 bool CTraitementImg_24_Bpp::Donne_HistogrammeRouge(long *const histogramme, long width, long height, void *bits, CRect &rect)
 {

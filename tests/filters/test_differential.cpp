@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "core/fast_path.h"
 #include "filters/detail/convolution.h"
 #include "kevra/filtre.h"
 
@@ -40,7 +41,6 @@ std::unique_ptr<CFiltre> random_filter(std::mt19937 &rng)
 
 TEST(FiltreDifferential, FastPathGivesThePlainBytes)
 {
-    const bool was_fast = detail::filters_fast_enabled();
     std::mt19937 rng(20240611);
     int compared = 0;
     for (int iter = 0; iter < 4000; ++iter) {
@@ -62,11 +62,15 @@ TEST(FiltreDifferential, FastPathGivesThePlainBytes)
         CRect rect(b[0], b[1], b[2], b[3]);
 
         GuardedPlane src(w, h, channels, static_cast<uint32_t>(iter + 1)), plain(w, h, channels), fast(w, h, channels);
-        detail::set_filters_fast_enabled(false);
-        const bool ok_plain = f->FiltrerBufferSimple(w, h, src.data(), plain.data(), rect, bitCount);
-        detail::set_filters_fast_enabled(true);
-        const bool ok_fast = f->FiltrerBufferSimple(w, h, src.data(), fast.data(), rect, bitCount);
-        detail::set_filters_fast_enabled(was_fast);
+        bool ok_plain = false, ok_fast = false;
+        {
+            detail::FastPathScope off(false);
+            ok_plain = f->FiltrerBufferSimple(w, h, src.data(), plain.data(), rect, bitCount);
+        }
+        {
+            detail::FastPathScope on(true);
+            ok_fast = f->FiltrerBufferSimple(w, h, src.data(), fast.data(), rect, bitCount);
+        }
         ASSERT_TRUE(ok_plain && ok_fast);
         if (!plain.same_bytes(fast)) {
             for (std::size_t i = 0; i < plain.count(); ++i)

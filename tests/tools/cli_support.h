@@ -30,6 +30,10 @@ using S = kevra::CSequenceur;
 #define KEVRA_CLI_PATH ""
 #define KEVRA_CLI_REQUIRED() GTEST_SKIP() << "the kevra program is not built (CLI11 missing)"
 #endif
+// Words run before the program (the emulator of a cross build), each space-separated.
+#ifndef KEVRA_CLI_EMULATOR
+#define KEVRA_CLI_EMULATOR ""
+#endif
 
 struct CliRun {
     int code = -1;
@@ -47,7 +51,7 @@ inline std::string read_text(const std::string & path)
 inline CliRun run_cli(const std::vector<std::string> & args, const TempDir & dir, const std::string & cwd = "")
 {
     const std::string out = dir.file(".stdout"), err = dir.file(".stderr");
-    std::string command = (cwd.empty() ? "" : "cd '" + cwd + "' && ") + "'" + KEVRA_CLI_PATH + "'";
+    std::string command = (cwd.empty() ? "" : "cd '" + cwd + "' && ") + KEVRA_CLI_EMULATOR + "'" + KEVRA_CLI_PATH + "'";
     for (const std::string & a : args)
         command += " '" + a + "'";
     const int status = std::system((command + " >'" + out + "' 2>'" + err + "'").c_str());

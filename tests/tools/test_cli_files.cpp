@@ -22,7 +22,7 @@ int shell(std::string command)
 {
     const std::string token = "{kevra}";
     for (std::size_t at; (at = command.find(token)) != std::string::npos;)
-        command.replace(at, token.size(), std::string("'") + KEVRA_CLI_PATH + "'");
+        command.replace(at, token.size(), std::string(KEVRA_CLI_EMULATOR) + "'" + KEVRA_CLI_PATH + "'");
     const int status = std::system(command.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }

@@ -11,24 +11,13 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/clamp.h"
+#include "core/float_store.h"
+#include "core/pixel.h"
 #include "kevra/filtre.h"
 #include "kevra/platform.h"
-#include "processing/detail/float_store.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra::detail {
-
-// A float made an unsigned 16-bit count as the device does it: truncation toward zero into an
-// unsigned 32-bit value (negatives and NaN give 0, values past the range saturate), then the
-// low 16 bits.
-inline uint16_t float_to_u16_device(float f)
-{
-    if (!(f >= 1.0f))
-        return 0;
-    if (f >= 4294967296.0f)
-        return 0xFFFF;
-    return static_cast<uint16_t>(static_cast<uint32_t>(f));
-}
 
 // ---- bilinear -------------------------------------------------------------------------------
 
@@ -49,7 +38,7 @@ inline BilinearTap bilinear_tap(int32_t i, float scale, int32_t source_size)
 {
     const float p = static_cast<float>(i) * scale;
     BilinearTap t;
-    t.i0 = static_cast<int32_t>(p);
+    t.i0 = truncate_i32(p);
     if (t.i0 > source_size - 1) // only a rounding of p could get here; keep it in the source
         t.i0 = source_size - 1;
     t.i1 = t.i0 + 1 > source_size - 1 ? source_size - 1 : t.i0 + 1;
@@ -86,10 +75,7 @@ void resample_bilinear(View<Px> src, View<Px> dst, float sx, float sy)
 // The outer band, whose windows would reach past the source's edge, uses the same kernels with
 // each tap clamped to the nearest edge sample (the edge sample repeated). With that rule the
 // inner region and the band are one and the same loop.
-inline int32_t clamp_index(int64_t p, int32_t size)
-{
-    return static_cast<int32_t>(p < 0 ? 0 : (p > size - 1 ? size - 1 : p));
-}
+inline int32_t clamp_index(int64_t p, int32_t size) { return clamp_i32(p, 0, int64_t(size) - 1); }
 
 // T = S[c] x h0 + sum for m = 1..k of (S[c - m] + S[c + m]) x hm, centre term first.
 template <class Get>
@@ -110,8 +96,8 @@ bool resample_sinc(View<Px> src, View<Px> dst, unsigned char mode, float sx, flo
     using sample = typename Px::sample;
     constexpr int C = Px::channels;
 
-    const uint16_t kx = float_to_u16_device(static_cast<float>(mode) * sx);
-    const uint16_t ky = float_to_u16_device(static_cast<float>(mode) * sy);
+    const uint16_t kx = count_u16(static_cast<float>(mode) * sx);
+    const uint16_t ky = count_u16(static_cast<float>(mode) * sy);
     if (kx > 32767 || ky > 32767)
         return false;
     CFiltre filter(CFiltre::Filtre_SinusCardinal, static_cast<unsigned short>(2 * kx + 1),
@@ -134,13 +120,13 @@ bool resample_sinc(View<Px> src, View<Px> dst, unsigned char mode, float sx, flo
             float *t = T + int64_t(r) * W2;
             auto get = [&](int32_t x) { return static_cast<float>(row[x * C + c]); };
             for (int32_t i = 0; i < W2; ++i) {
-                const int32_t centre = static_cast<int32_t>(static_cast<float>(i) * sx);
+                const int32_t centre = truncate_i32(static_cast<float>(i) * sx);
                 t[i] = sinc_sum(get, centre, src.width, h, kx);
             }
         }
         // Down: rr = truncate(j x sy), clipped to [0, max_value], truncated.
         for (int32_t j = 0; j < dst.height; ++j) {
-            const int32_t centre = static_cast<int32_t>(static_cast<float>(j) * sy);
+            const int32_t centre = truncate_i32(static_cast<float>(j) * sy);
             sample *out = dst.row(j);
             for (int32_t i = 0; i < W2; ++i) {
                 auto get = [&](int32_t rr) { return T[int64_t(rr) * W2 + i]; };

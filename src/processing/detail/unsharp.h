@@ -15,12 +15,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/clamp.h"
+#include "core/float_store.h"
+#include "core/pixel.h"
 #include "kevra/filtre.h"
 #include "kevra/platform.h"
 #include "kevra/traitement_base.h"
 #include "kevra/types.h"
-#include "processing/detail/pixel.h"
-#include "processing/detail/resample.h"
 
 namespace kevra::detail {
 
@@ -29,7 +30,7 @@ struct UnsharpParams {
 };
 
 // The filter radius: rayon truncated toward zero as an unsigned count, 16 bits kept.
-inline uint16_t unsharp_radius(float rayon) { return float_to_u16_device(rayon); }
+inline uint16_t unsharp_radius(float rayon) { return count_u16(rayon); }
 
 // The parameter check. Written as positive tests so that a NaN anywhere fails.
 inline bool unsharp_params_ok(const UnsharpParams &p)
@@ -80,11 +81,6 @@ struct UnsharpBuffers {
         copy = nullptr;
     }
 };
-
-inline int32_t clamp_i32(int64_t v, int64_t lo, int64_t hi)
-{
-    return static_cast<int32_t>(v < lo ? lo : (v > hi ? hi : v));
-}
 
 // The rectangle form. `median(width, height, bits, rect, tolerance, radius)` is the class's
 // FiltreMedian (buffer form). max_value is the clip of the result: the sample range.
