@@ -2,6 +2,7 @@
 // written as BMP files with a page showing them side by side.
 #include "commands.h"
 #include "common.h"
+#include "imageio.h"
 #include "pictures.h"
 #include "run.h"
 #include "steps.h"
@@ -74,7 +75,7 @@ public:
 
     void save(kevra::CDib & image, const std::string & name, Section & section)
     {
-        save_bmp(image, dir_ + "/" + name);
+        save_image(image, dir_ + "/" + name, "bmp");
         section.files.push_back(name);
         ++written_;
     }
@@ -99,7 +100,7 @@ public:
 
     RunResult process(kevra::CDib & image, const OptionList & options)
     {
-        const std::vector<Step> steps = StepOptions::parse(options);
+        const std::vector<Step> steps = build_steps(options);
         check_chain(steps);
         RunResult r = run_chain(steps, image, true);
         if (!r.ok)
@@ -179,7 +180,7 @@ Section photo_section(Demo & demo)
 
     // The chain's look-up steps composed as the library composes them for display.
     kevra::CSequenceur sequencer;
-    for (const Step & step : StepOptions::parse(chain))
+    for (const Step & step : build_steps(chain))
         sequencer.AddTraitement(step.code, step.params);
     kevra::CLUT_24_Bpp table;
     kevra::CDib curves;
