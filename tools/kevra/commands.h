@@ -28,8 +28,6 @@ Command add_convert_command(CLI::App & app);
 Command add_palette_command(CLI::App & app);
 Command add_demo_command(CLI::App & app);
 
-// "--zone L,T,R,B": inclusive picture coordinates. Throws UsageError.
-kevra::CRect parse_zone(const std::string & text);
 // "WIDTHxHEIGHT". Throws UsageError naming the option.
 void parse_size(const std::string & option, const std::string & text, int & width, int & height);
 

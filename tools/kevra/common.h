@@ -4,6 +4,8 @@
 #ifndef KEVRA_CLI_COMMON_H
 #define KEVRA_CLI_COMMON_H
 
+#include "kevra_steps.h"
+
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -25,11 +27,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// A wrong value on the command line (exit code 2).
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+// A wrong value on the command line (exit code 2): UsageError, shared with
+// the step options (kevra_steps.h).
 
 // UTF-8 command-line text to the library's wide file names (the library turns
 // them back into UTF-8 to open the file). Throws Failure for invalid UTF-8.

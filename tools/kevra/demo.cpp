@@ -99,7 +99,7 @@ public:
 
     RunResult process(kevra::CDib & image, const OptionList & options)
     {
-        const std::vector<Step> steps = StepOptions::parse(options);
+        const std::vector<Step> steps = build_steps(options);
         check_chain(steps);
         RunResult r = run_chain(steps, image, true);
         if (!r.ok)
@@ -179,7 +179,7 @@ Section photo_section(Demo & demo)
 
     // The chain's look-up steps composed as the library composes them for display.
     kevra::CSequenceur sequencer;
-    for (const Step & step : StepOptions::parse(chain))
+    for (const Step & step : build_steps(chain))
         sequencer.AddTraitement(step.code, step.params);
     kevra::CLUT_24_Bpp table;
     kevra::CDib curves;

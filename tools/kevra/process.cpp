@@ -25,30 +25,6 @@
 
 namespace kevra_cli {
 
-kevra::CRect parse_zone(const std::string & text)
-{
-    long v[4];
-    int n = 0;
-    std::size_t pos = 0;
-    while (n < 4) {
-        const std::size_t end = text.find(',', pos);
-        const std::string item = text.substr(pos, end == std::string::npos ? std::string::npos : end - pos);
-        char * stop = nullptr;
-        errno = 0;
-        const long x = std::strtol(item.c_str(), &stop, 10);
-        if (item.empty() || *stop != 0 || errno == ERANGE || x < INT32_MIN || x > INT32_MAX)
-            break;
-        v[n++] = x;
-        if (end == std::string::npos)
-            break;
-        pos = end + 1;
-    }
-    if (n != 4 || std::count(text.begin(), text.end(), ',') != 3)
-        throw UsageError("--zone: '" + text + "' is not LEFT,TOP,RIGHT,BOTTOM (whole numbers)");
-    return kevra::CRect(static_cast<int>(v[0]), static_cast<int>(v[1]), static_cast<int>(v[2]),
-                        static_cast<int>(v[3]));
-}
-
 void parse_size(const std::string & option, const std::string & text, int & width, int & height)
 {
     const std::size_t x = text.find_first_of("xX");
@@ -99,7 +75,13 @@ RunResult process_file(const std::vector<Step> & steps, const std::string & in, 
 {
     kevra::CDib image;
     load_bmp(in, image, {8, 16, 24});
-    notes = check_depth(steps, image.BitCount(), in);
+    try {
+        notes = check_image(steps, image.Width(), image.Height(), image.BitCount(), zone);
+    } catch (const ImageError & e) {
+        throw Failure(in + ": " + e.what());
+    }
+    for (std::string & n : notes)
+        n = in + ": " + n;
     if (zone != nullptr)
         image.SetZoneTravail(*zone);
     RunResult r = run_chain(steps, image, read_trace);
@@ -288,6 +270,7 @@ Command add_process_command(CLI::App & app)
                 if (!batch && o->jobs != 0)
                     throw UsageError("process: --jobs goes with --out-dir");
 
+                set_verbose_trace(o->verbose);
                 install_library_notices();
                 install_step_clock();
                 open_trace(o->trace, batch ? "### kevra process : " + std::to_string(o->files.size()) + " files"

@@ -21,6 +21,7 @@ namespace {
 
 std::string g_trace_path;
 bool g_trace_private = false;
+bool g_verbose_trace = false;
 
 } // namespace
 
@@ -51,6 +52,16 @@ void open_trace(const std::string & user_path, const std::string & first_line)
     kevra::platform::set_sequencer_trace_path(path);
     // The first line decides, once for the process, that tracing is on.
     kevra::CSequenceur::TraceAppels(widen(first_line).c_str(), false, false);
+}
+
+void set_verbose_trace(bool on)
+{
+    g_verbose_trace = on;
+}
+
+bool verbose_trace()
+{
+    return g_verbose_trace;
 }
 
 void close_trace()
@@ -125,27 +136,9 @@ void check_chain(const std::vector<Step> & steps)
         const uint64_t offset = trace_size();
         if (sequencer.AddTraitement(s.code, s.params))
             continue;
-        std::string why = trace_errors_since(offset);
-        if (why.empty() && s.code == kevra::CSequenceur::e_Filtre && s.params.taille < 3)
-            why = "the size must be 3 or more"; // the one refusal the sequencer does not trace
-        throw UsageError(s.option + ": refused by the sequencer" + (why.empty() ? "" : ": " + why));
+        const std::string why = trace_errors_since(offset);
+        throw UsageError(refusal_text(s) + (verbose_trace() && !why.empty() ? ": " + why : ""));
     }
-}
-
-std::vector<std::string> check_depth(const std::vector<Step> & steps, int bits, const std::string & file)
-{
-    std::vector<std::string> notes;
-    if (bits == 24)
-        return notes;
-    for (const Step & s : steps) {
-        if (colour_only(s.code))
-            throw Failure(file + ": " + s.option + " needs a 24-bit colour image (this one is " +
-                          std::to_string(bits) + "-bit)");
-        if (skipped_on_grey(s.code))
-            notes.push_back(file + ": " + s.option + " has no effect on a " + std::to_string(bits) +
-                            "-bit image (skipped)");
-    }
-    return notes;
 }
 
 RunResult run_chain(const std::vector<Step> & steps, kevra::CDib & image, bool read_trace)
@@ -154,7 +147,7 @@ RunResult run_chain(const std::vector<Step> & steps, kevra::CDib & image, bool r
     kevra::CSequenceur sequencer;
     for (const Step & s : steps) {
         if (!sequencer.AddTraitement(s.code, s.params)) {
-            r.failure = s.option + ": refused by the sequencer";
+            r.failure = refusal_text(s);
             return r;
         }
     }
@@ -178,15 +171,17 @@ RunResult run_chain(const std::vector<Step> & steps, kevra::CDib & image, bool r
     r.width = image.Width();
     r.height = image.Height();
     if (!r.ok) {
+        // The values were checked beforehand: what is left is a lack of memory.
         std::string where;
         if (pairs == 0)
-            where = "before the first step (the sequencer refused the image size or working zone)";
+            where = "before the first step";
         else
             where = "at " + timed_steps[std::min(pairs, timed_steps.size()) - 1]->option;
         const std::string errors = read_trace ? trace_errors_since(offset) : std::string();
         const std::string notices = take_library_notices();
-        r.failure = "processing failed " + where + (errors.empty() ? "" : ": " + errors) +
-                    (notices.empty() ? "" : " (" + notices + ")");
+        r.failure = "processing failed " + where + ": the library could not complete it (not enough memory?)";
+        if (verbose_trace())
+            r.failure += (errors.empty() ? "" : ": " + errors) + (notices.empty() ? "" : " (" + notices + ")");
     }
     return r;
 }

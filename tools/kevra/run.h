@@ -23,6 +23,10 @@ namespace kevra_cli {
 // Call once, before any thread starts; `first_line` opens the trace.
 void open_trace(const std::string & user_path, const std::string & first_line);
 void close_trace();
+// With --verbose, refusals and failures end with the library's own trace
+// text (French); otherwise they are told in English only.
+void set_verbose_trace(bool on);
+bool verbose_trace();
 // Bytes in the trace file so far (0 without a trace).
 uint64_t trace_size();
 // The error lines ("ERROR : ...", prefix removed) written since `offset`,
@@ -38,11 +42,6 @@ void install_step_clock();
 // Adds every step to a sequencer, as a run would. Throws UsageError naming
 // the first step the sequencer refuses, with its reason.
 void check_chain(const std::vector<Step> & steps);
-
-// Steps that cannot run on an image of this depth. Throws Failure naming the
-// file for a step that would fail the run (colour steps on a grey image);
-// returns notes for steps the sequencer skips on it.
-std::vector<std::string> check_depth(const std::vector<Step> & steps, int bits, const std::string & file);
 
 struct StepTime {
     std::string label;
