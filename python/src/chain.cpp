@@ -36,18 +36,7 @@ void install_step_clock()
     });
 }
 
-bool timed(CSequenceur::e_Traitements code)
-{
-    return code != CSequenceur::e_LUT && code != CSequenceur::e_LUT_LuminositeContrasteGamma &&
-           code != CSequenceur::e_LUT_RougeVertBleu;
-}
-
-const char * const flags[] = {"mirror-vertical", "mirror-horizontal", "black-white", "negative", "pseudo3d"};
-
-bool is_flag(const std::string & name)
-{
-    return std::find(std::begin(flags), std::end(flags), name) != std::end(flags);
-}
+using kevra_cli::timed;
 
 class Chain {
 public:
@@ -64,7 +53,7 @@ public:
     }
 
     const Options & options() const { return options_; }
-    const std::vector<BuiltStep> & steps() const { return steps_; }
+    const std::vector<Step> & steps() const { return steps_; }
 
     py::array run(py::array image, const Zone & zone, const std::optional<std::string> & channels) const
     {
@@ -72,19 +61,8 @@ public:
             throw py::value_error("process: no step given");
         const Channels order = parse_channels(channels);
         const ArrayView view = inspect(std::move(image), order);
-        if (view.bits != 24) {
-            for (const BuiltStep & s : steps_) {
-                if (colour_only_step(s.code))
-                    throw py::value_error(s.option + " needs a 24-bit colour image (this one is " +
-                                          std::to_string(view.bits) + "-bit)");
-                if (skipped_on_grey_step(s.code))
-                    PyErr_WarnEx(PyExc_UserWarning,
-                                 (s.option + " has no effect on a " + std::to_string(view.bits) +
-                                  "-bit image (skipped)")
-                                     .c_str(),
-                                 1);
-            }
-        }
+        for (const std::string & note : check_image(steps_, view.width, view.height, view.bits, zone))
+            PyErr_WarnEx(PyExc_UserWarning, note.c_str(), 1);
         kevra::CDib dib;
         bool ok = false;
         std::size_t readings = 0;
@@ -93,7 +71,7 @@ public:
             copy_in(view, dib);
             apply_zone(dib, zone);
             CSequenceur sequencer;
-            for (const BuiltStep & s : steps_)
+            for (const Step & s : steps_)
                 sequencer.AddTraitement(s.code, s.params);
             take_notices();
             t_readings = 0;
@@ -103,22 +81,22 @@ public:
             readings = t_readings;
         }
         if (!ok) {
-            std::vector<const BuiltStep *> timed_steps;
-            for (const BuiltStep & s : steps_)
+            std::vector<const Step *> timed_steps;
+            for (const Step & s : steps_)
                 if (timed(s.code))
                     timed_steps.push_back(&s);
             const std::size_t pairs = readings / 2;
             const std::string where =
-                pairs == 0 ? "before the first step (the sequencer refused the image size or working zone)"
-                           : "at " + timed_steps[std::min(pairs, timed_steps.size()) - 1]->option;
-            throw Error("processing failed " + where + notice_suffix());
+                pairs == 0 ? "before the first step" : "at " + timed_steps[std::min(pairs, timed_steps.size()) - 1]->option;
+            throw Error("processing failed " + where + ": the library could not complete it (not enough memory?)" +
+                        notice_suffix());
         }
         return copy_out(dib, order);
     }
 
 private:
     Options options_;
-    std::vector<BuiltStep> steps_;
+    std::vector<Step> steps_;
 };
 
 std::string opt(const std::optional<double> & v, double fallback)
@@ -144,9 +122,9 @@ void bind_chain(py::module_ & m)
                       "values as the command line does (ValueError with its message) and returns the chain.\n"
                       "Steps run in the sequencer's fixed order whatever the order they were added in:\n"
                       "mirrors, quarter turn, median, filter, unsharp masking (zone, then disc), resampling,\n"
-                      "black and white, negative, saturation, hue, whitening, histogram stretch,\n"
-                      "pseudo-relief; the look-up steps (lut_palette, brightness/contrast/gamma,\n"
-                      "red/green/blue) are composed into one table applied last. Each step may be given once.")
+                      "black and white, negative, saturation, hue, whitening, histogram stretch; the look-up\n"
+                      "steps (lut_palette, brightness/contrast/gamma, red/green/blue) are composed into one\n"
+                      "table applied last. Each step may be given once.")
         .def(py::init<>())
         .def_static(
             "from_options",
@@ -259,14 +237,11 @@ void bind_chain(py::module_ & m)
             "stretch",
             [](Chain & c, double lo, double hi) -> Chain & { return c.add("stretch", number(lo) + "," + number(hi)); },
             py::arg("low"), py::arg("high"), ref, "--stretch LOW,HIGH (e_EgalisationHistogramme)")
-        .def(
-            "pseudo3d", [](Chain & c) -> Chain & { return c.add("pseudo3d", ""); }, ref,
-            "--pseudo3d (e_Pseudo3D: not available in this version of the library, the run fails)")
         .def_property_readonly(
             "steps",
             [](const Chain & c) {
                 std::vector<std::string> out;
-                for (const BuiltStep & s : c.steps())
+                for (const Step & s : c.steps())
                     out.push_back(s.option);
                 return out;
             },
@@ -278,7 +253,7 @@ void bind_chain(py::module_ & m)
              "steps that grey images skip give a UserWarning. A failed run raises kevra.Error.")
         .def("__repr__", [](const Chain & c) {
             std::string s = "<kevra.Chain";
-            for (const BuiltStep & b : c.steps())
+            for (const Step & b : c.steps())
                 s += " " + b.option;
             return s + ">";
         });

@@ -99,6 +99,7 @@ py::array apply_lut(const Lut & lut, py::array image, const Zone & zone, const C
 {
     const Channels order = parse_channels(channels);
     const ArrayView view = inspect(std::move(image), order);
+    check_zone(zone, view.width, view.height);
     auto copy = std::make_unique<Lut>(lut);
     CDib dib;
     bool ok = false;
@@ -148,7 +149,7 @@ py::array half_table(const Filter & f, bool x)
 kevra::CFiltre::e_Filtre kind_of(const py::object & kind)
 {
     const std::string text = py::isinstance<py::str>(kind) ? kind.cast<std::string>() : number(kind.cast<long long>());
-    return step_params("filter", text).filtre;
+    return one_step("filter", text).params.filtre;
 }
 
 const char * const zone_doc = "zone=(left, top, right, bottom) inclusive, row 0 at the top; channels='rgb' or 'bgr'.";
@@ -292,7 +293,7 @@ void bind_classes(py::module_ & m)
                      const std::string text =
                          py::isinstance<py::str>(palette) ? palette.cast<std::string>() : number(palette.cast<long long>());
                      take_notices();
-                     if (!lut->SetPalette(step_params("lut-palette", text).Palette))
+                     if (!lut->SetPalette(one_step("lut-palette", text).params.Palette))
                          throw Error("SetPalette failed" + notice_suffix());
                  }
                  return lut;
@@ -332,12 +333,12 @@ void bind_classes(py::module_ & m)
     py::class_<Filter>(m, "Filter",
                        "A convolution filter (CFiltre): a catalogue kind or the caller's kernel. Built afresh\n"
                        "for each apply, so one Filter can serve several threads.")
-        .def(py::init([](py::object kind, int size, float param) {
+        .def(py::init([](py::object kind, long long size, double param) {
                  Filter f;
-                 const auto p = step_params("filter", (py::isinstance<py::str>(kind) ? kind.cast<std::string>()
+                 const auto p = one_step("filter", (py::isinstance<py::str>(kind) ? kind.cast<std::string>()
                                                                                      : number(kind.cast<long long>())) +
-                                                          "," + number(static_cast<long long>(size)) + "," +
-                                                          number(static_cast<double>(param)));
+                                                          "," + number(size) + "," + number(param))
+                                    .params;
                  f.kind_x = f.kind_y = p.filtre;
                  f.size_x = f.size_y = p.taille;
                  f.param_x = f.param_y = p.param;
@@ -393,6 +394,7 @@ void bind_classes(py::module_ & m)
                std::optional<float> factor) {
                 const Channels order = parse_channels(channels);
                 const ArrayView view = inspect(std::move(image), order);
+                check_zone(zone, view.width, view.height);
                 CDib dib;
                 bool ok = false;
                 {

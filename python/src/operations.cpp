@@ -29,6 +29,7 @@ py::array run(py::array array, const Zone & zone, const Channel & channels, cons
 {
     const Channels order = parse_channels(channels);
     const ArrayView view = inspect(std::move(array), order);
+    check_zone(zone, view.width, view.height);
     if (colour_only && view.bits != 24)
         throw py::value_error(what + " needs a 24-bit colour image (this one is " + std::to_string(view.bits) +
                               "-bit)");
@@ -125,7 +126,7 @@ void bind_operations(py::module_ & m)
     m.def(
         "rotate",
         [](py::array image, long long degrees, Channel channels) {
-            const auto p = step_params("rotate", number(degrees));
+            const auto p = one_step("rotate", number(degrees)).params;
             return run(image, Zone(), channels, option_text("rotate", number(degrees)), [p](CDib & d, int bits) {
                 return by_depth(bits, [&](auto & t) { return t.QuickRotate(p.angle, &d); });
             });
@@ -142,7 +143,7 @@ void bind_operations(py::module_ & m)
             } else {
                 // Three values in the array's channel order, packed as the pixel's bytes
                 // (bits 0-7 first byte = blue).
-                const auto c = value.cast<std::vector<unsigned>>();
+                const auto c = value.cast<std::vector<unsigned long>>();
                 if (c.size() != 3 || c[0] > 255 || c[1] > 255 || c[2] > 255)
                     throw py::value_error("fill: a colour is three levels from 0 to 255");
                 const unsigned b = order == Channels::rgb ? c[2] : c[0], r = order == Channels::rgb ? c[0] : c[2];
@@ -171,6 +172,7 @@ void bind_operations(py::module_ & m)
         [](py::array image, Zone zone, Channel channels) {
             const Channels order = parse_channels(channels);
             const ArrayView view = inspect(std::move(image), order);
+            check_zone(zone, view.width, view.height);
             const std::size_t levels = view.bits == 16 ? 65536 : 256;
             std::vector<long> counts(view.bits == 24 ? 3 * 256 : levels, 0);
             bool ok = false;
@@ -214,6 +216,7 @@ void bind_operations(py::module_ & m)
         "luminance_histogram",
         [](py::array image, Zone zone, Channel channels) {
             const ArrayView view = inspect(std::move(image), parse_channels(channels));
+            check_zone(zone, view.width, view.height);
             if (view.bits != 24)
                 throw py::value_error("luminance_histogram needs a 24-bit colour image (this one is " +
                                       std::to_string(view.bits) + "-bit)");
@@ -241,7 +244,7 @@ void bind_operations(py::module_ & m)
         "stretch",
         [](py::array image, double low, double high, Zone zone, Channel channels) {
             const std::string value = number(low) + "," + number(high);
-            const auto p = step_params("stretch", value);
+            const auto p = one_step("stretch", value).params;
             return run(image, zone, channels, option_text("stretch", value), [p](CDib & d, int bits) {
                 return by_depth(bits, [&](auto & t) { return t.EgalisationHistogramme(p.min, p.max, &d); });
             });
@@ -255,7 +258,7 @@ void bind_operations(py::module_ & m)
         "resample",
         [](py::array image, long long width, long long height, long long mode, Channel channels) {
             const std::string value = number(width) + "x" + number(height) + "," + number(mode);
-            const auto p = step_params("resample", value);
+            const auto p = one_step("resample", value).params;
             return run(image, Zone(), channels, option_text("resample", value), [p](CDib & d, int bits) {
                 CDib out(p.width, p.height, bits);
                 if (!out.IsOK())
@@ -272,7 +275,7 @@ void bind_operations(py::module_ & m)
         "median",
         [](py::array image, double tolerance, long long radius, Zone zone, Channel channels) {
             const std::string value = number(tolerance) + "," + number(radius);
-            const auto p = step_params("median", value);
+            const auto p = one_step("median", value).params;
             return run(image, zone, channels, option_text("median", value), [p](CDib & d, int bits) {
                 return by_depth(bits, [&](auto & t) { return t.FiltreMedian(&d, p.Ecart, p.TailleFiltre); });
             });
@@ -288,7 +291,7 @@ void bind_operations(py::module_ & m)
                                       optional_number(gain_neg, number(gain_pos).c_str()) + "," +
                                       number(threshold_pos) + "," +
                                       optional_number(threshold_neg, number(threshold_pos).c_str());
-            const auto p = step_params("unsharp", value);
+            const auto p = one_step("unsharp", value).params;
             return run(image, zone, channels, option_text("unsharp", value), [p](CDib & d, int bits) {
                 return by_depth(bits, [&](auto & t) {
                     return t.UnsharpMasking(&d, p.rayon, p.gainP, p.gainN, p.SeuilP, p.SeuilN);
@@ -309,7 +312,10 @@ void bind_operations(py::module_ & m)
                                       optional_number(gain_neg, number(gain_pos).c_str()) + "," +
                                       number(threshold_pos) + "," +
                                       optional_number(threshold_neg, number(threshold_pos).c_str());
-            const auto p = step_params("unsharp-disc", value);
+            const Step step = one_step("unsharp-disc", value);
+            const auto p = step.params;
+            if (image.ndim() >= 2)
+                check_image({step}, static_cast<long>(image.shape(1)), static_cast<long>(image.shape(0)), 24, Zone());
             return run(image, Zone(), channels, option_text("unsharp-disc", value), [p](CDib & d, int bits) {
                 kevra::CPoint centre(p.X, p.Y);
                 return by_depth(bits, [&](auto & t) {
@@ -327,9 +333,9 @@ void bind_operations(py::module_ & m)
     m.def(
         "tone",
         [](py::array image, double brightness, double contrast, double gamma, Zone zone, Channel channels) {
-            const float l = step_params("brightness", number(brightness)).luminosite;
-            const float c = step_params("contrast", number(contrast)).contraste;
-            const float g = step_params("gamma", number(gamma)).gamma;
+            const float l = one_step("brightness", number(brightness)).params.luminosite;
+            const float c = one_step("contrast", number(contrast)).params.contraste;
+            const float g = one_step("gamma", number(gamma)).params.gamma;
             return run(image, zone, channels, "tone", [=](CDib & d, int bits) {
                 return by_depth(bits, [&](auto & t) { return t.ReglageLuminositeContrasteGamma(l, c, g, &d); });
             });
@@ -351,7 +357,7 @@ void bind_operations(py::module_ & m)
         m.def(
             one.name,
             [one](py::array image, double value, Zone zone, Channel channels) {
-                const auto p = step_params(one.name, number(value));
+                const auto p = one_step(one.name, number(value)).params;
                 const float v = std::string(one.name) == "brightness" ? p.luminosite
                                 : std::string(one.name) == "contrast" ? p.contraste
                                                                        : p.gamma;
@@ -388,7 +394,7 @@ void bind_operations(py::module_ & m)
                 int v = 0;
                 std::string what = one.name;
                 if (one.step) {
-                    const auto p = step_params(one.name, number(percent));
+                    const auto p = one_step(one.name, number(percent)).params;
                     v = std::string(one.name) == "whiten" ? p.niveau : p.pourcentage;
                     what = option_text(one.name, number(percent));
                 } else {
@@ -411,9 +417,9 @@ void bind_operations(py::module_ & m)
     m.def(
         "levels",
         [](py::array image, long long red, long long green, long long blue, Zone zone, Channel channels) {
-            const int r = step_params("red", number(red)).rouge;
-            const int g = step_params("green", number(green)).vert;
-            const int b = step_params("blue", number(blue)).bleu;
+            const int r = one_step("red", number(red)).params.rouge;
+            const int g = one_step("green", number(green)).params.vert;
+            const int b = one_step("blue", number(blue)).params.bleu;
             return run(
                 image, zone, channels, "levels",
                 [=](CDib & d, int) {
@@ -441,7 +447,7 @@ void bind_operations(py::module_ & m)
         "palette",
         [](py::array image, py::object palette, Zone zone, Channel channels) {
             const std::string value = kind_text(palette);
-            const auto p = step_params("lut-palette", value);
+            const auto p = one_step("lut-palette", value).params;
             return run(
                 image, zone, channels, option_text("lut-palette", value),
                 [p](CDib & d, int) {
@@ -458,15 +464,15 @@ void bind_operations(py::module_ & m)
         "display_palette",
         [](double brightness, double contrast, double gamma, py::object palette, long long red, long long green,
            long long blue, bool negative) {
-            const float l = step_params("brightness", number(brightness)).luminosite;
-            const float c = step_params("contrast", number(contrast)).contraste;
-            const float g = step_params("gamma", number(gamma)).gamma;
-            const int r = step_params("red", number(red)).rouge;
-            const int gr = step_params("green", number(green)).vert;
-            const int b = step_params("blue", number(blue)).bleu;
+            const float l = one_step("brightness", number(brightness)).params.luminosite;
+            const float c = one_step("contrast", number(contrast)).params.contraste;
+            const float g = one_step("gamma", number(gamma)).params.gamma;
+            const int r = one_step("red", number(red)).params.rouge;
+            const int gr = one_step("green", number(green)).params.vert;
+            const int b = one_step("blue", number(blue)).params.bleu;
             kevra::e_Palette pal = kevra::e_PaletteNone;
             if (!(py::isinstance<py::int_>(palette) && palette.cast<long long>() == 0))
-                pal = step_params("lut-palette", kind_text(palette)).Palette;
+                pal = one_step("lut-palette", kind_text(palette)).params.Palette;
             kevra::CLUT_24_Bpp lut;
             take_notices();
             if (!CSequenceur::ComputeDisplayPalette(&lut, l, c, g, pal, r, gr, b, negative, nullptr))
@@ -490,7 +496,7 @@ void bind_operations(py::module_ & m)
         "filter",
         [](py::array image, py::object kind, long long size, double param, Zone zone, Channel channels) {
             const std::string value = kind_text(kind) + "," + number(size) + "," + number(param);
-            const auto p = step_params("filter", value);
+            const auto p = one_step("filter", value).params;
             return run(image, zone, channels, option_text("filter", value), [p](CDib & d, int) {
                 kevra::CFiltre f(p.filtre, p.taille, p.param);
                 return f.Filtrer(&d);

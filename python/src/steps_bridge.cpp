@@ -1,8 +1,5 @@
 #include "steps_bridge.h"
 
-#include "common.h"
-#include "steps.h"
-
 #include <pybind11/pybind11.h>
 
 #include <cstdio>
@@ -10,27 +7,63 @@
 
 namespace kevra_py {
 
-std::vector<BuiltStep> build_steps(const Options & options)
+namespace {
+
+kevra::CRect rect(const std::tuple<int, int, int, int> & z)
 {
-    std::vector<kevra_cli::Step> steps;
+    return kevra::CRect(std::get<0>(z), std::get<1>(z), std::get<2>(z), std::get<3>(z));
+}
+
+} // namespace
+
+std::vector<Step> build_steps(const Options & options)
+{
+    std::vector<Step> steps;
     try {
-        steps = kevra_cli::StepOptions::parse(options);
+        steps = kevra_cli::build_steps(options);
     } catch (const kevra_cli::UsageError & e) {
         throw pybind11::value_error(e.what());
     }
-    std::vector<BuiltStep> out;
     kevra::CSequenceur sequencer;
-    for (const kevra_cli::Step & s : steps) {
+    for (const Step & s : steps)
         if (!sequencer.AddTraitement(s.code, s.params))
-            throw pybind11::value_error(s.option + ": refused by the sequencer");
-        out.push_back({s.option, s.code, s.params});
-    }
-    return out;
+            throw pybind11::value_error(kevra_cli::refusal_text(s));
+    return steps;
 }
 
-kevra::CSequenceur::Params_Struct step_params(const std::string & name, const std::string & value)
+Step one_step(const std::string & name, const std::string & value)
 {
-    return build_steps({{name, value}}).at(0).params;
+    return build_steps({{name, value}}).at(0);
+}
+
+std::vector<std::string> check_image(const std::vector<Step> & steps, long width, long height, int bits,
+                                     const std::optional<std::tuple<int, int, int, int>> & zone)
+{
+    try {
+        const kevra::CRect r = zone ? rect(*zone) : kevra::CRect();
+        return kevra_cli::check_image(steps, width, height, bits, zone ? &r : nullptr);
+    } catch (const std::runtime_error & e) { // UsageError, ImageError
+        throw pybind11::value_error(e.what());
+    }
+}
+
+void check_zone(const std::optional<std::tuple<int, int, int, int>> & zone, long width, long height)
+{
+    if (!zone)
+        return;
+    try {
+        kevra_cli::check_zone(rect(*zone), width, height, false);
+    } catch (const kevra_cli::UsageError & e) {
+        throw pybind11::value_error(e.what());
+    }
+}
+
+bool is_flag(const std::string & name)
+{
+    for (const kevra_cli::StepOptionInfo & o : kevra_cli::step_options())
+        if (name == o.name)
+            return o.value_name == nullptr;
+    return false;
 }
 
 std::string number(double value)
@@ -47,16 +80,6 @@ std::string number(double value)
 std::string number(long long value)
 {
     return std::to_string(value);
-}
-
-bool colour_only_step(kevra::CSequenceur::e_Traitements code)
-{
-    return kevra_cli::colour_only(code);
-}
-
-bool skipped_on_grey_step(kevra::CSequenceur::e_Traitements code)
-{
-    return kevra_cli::skipped_on_grey(code);
 }
 
 } // namespace kevra_py

@@ -1,42 +1,44 @@
-// The sequencer's steps, built and checked exactly as the kevra command line
-// builds and checks them, so that a function, a chain and `kevra process`
-// accept the same values, refuse the same ones with the same messages and
-// hand the library the same parameter records.
+// The sequencer's steps, built and checked by the command line's step library
+// (tools/steps), so that a function, a chain and `kevra process` accept the
+// same values, refuse the same ones with the same messages and hand the
+// library the same parameter records.
 #ifndef KEVRA_PYTHON_STEPS_BRIDGE_H
 #define KEVRA_PYTHON_STEPS_BRIDGE_H
 
-#include "kevra/sequenceur.h"
+#include "kevra_steps.h"
 
+#include <optional>
 #include <string>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 namespace kevra_py {
 
-struct BuiltStep {
-    std::string option; // as the command line writes it, e.g. "--median 0.2,3"
-    kevra::CSequenceur::e_Traitements code;
-    kevra::CSequenceur::Params_Struct params;
-};
+using Step = kevra_cli::Step;
+using Options = kevra_cli::OptionList;
 
-// (option name without "--", value text; "" for flags) in the user's order.
-using Options = std::vector<std::pair<std::string, std::string>>;
+// The steps in the sequencer's execution order, each value checked and each
+// step passed through the sequencer's own check. Raises ValueError with the
+// command line's message.
+std::vector<Step> build_steps(const Options & options);
 
-// The steps in the sequencer's execution order, each value checked for its
-// syntax and range and each step passed through the sequencer's own check.
-// Raises ValueError with the command line's message.
-std::vector<BuiltStep> build_steps(const Options & options);
+// The single step of one option ("median", "0.2,3").
+Step one_step(const std::string & name, const std::string & value);
 
-// The parameters of the single step of one option.
-kevra::CSequenceur::Params_Struct step_params(const std::string & name, const std::string & value);
+// What the image cannot take (zone, disc centre, colour steps on grey images):
+// ValueError with the command line's message; returns the notes of skipped steps.
+std::vector<std::string> check_image(const std::vector<Step> & steps, long width, long height, int bits,
+                                     const std::optional<std::tuple<int, int, int, int>> & zone);
+
+// A zone given to a single operation must lie within the image (ValueError).
+void check_zone(const std::optional<std::tuple<int, int, int, int>> & zone, long width, long height);
+
+// Whether an option is a flag (takes no value).
+bool is_flag(const std::string & name);
 
 // Shortest decimal text that reads back as the same double.
 std::string number(double value);
 std::string number(long long value);
-
-// Whether a step code needs a colour image / is skipped on grey ones.
-bool colour_only_step(kevra::CSequenceur::e_Traitements code);
-bool skipped_on_grey_step(kevra::CSequenceur::e_Traitements code);
 
 } // namespace kevra_py
 
