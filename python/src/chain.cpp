@@ -167,10 +167,10 @@ void bind_chain(py::module_ & m)
             py::arg("tolerance"), py::arg("radius"), ref, "--median TOLERANCE,RADIUS (e_FiltreMedian)")
         .def(
             "filter",
-            [](Chain & c, py::object k, long long size, double param) -> Chain & {
-                return c.add("filter", kind(k) + "," + number(size) + "," + number(param));
+            [](Chain & c, py::object k, std::optional<long long> size, std::optional<double> param) -> Chain & {
+                return c.add("filter", filter_value(kind(k), size, param));
             },
-            py::arg("kind"), py::arg("size") = 3, py::arg("param") = 1.0, ref,
+            py::arg("kind"), py::arg("size") = py::none(), py::arg("param") = py::none(), ref,
             "--filter KIND,SIZE,PARAM (e_Filtre; the diagonal gradient gets the offset 128.5, 32768.5 at 16 bits)")
         .def(
             "unsharp",

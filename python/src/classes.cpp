@@ -20,16 +20,16 @@ using Channel = std::optional<std::string>;
 
 namespace {
 
-CDib load(const std::string & path)
+std::unique_ptr<CDib> load(const std::string & path)
 {
-    CDib dib;
+    auto dib = std::make_unique<CDib>();
     bool ok = false;
     {
         py::gil_scoped_release unlocked;
-        ok = dib.Load(widen(path).c_str(), 0);
+        ok = dib->Load(widen(path).c_str(), 0);
     }
-    if (!ok || !dib.IsOK()) {
-        const char * why = dib.GetLastError();
+    if (!ok || !dib->IsOK()) {
+        const char * why = dib->GetLastError();
         throw Error(path + ": cannot read" + (why != nullptr && *why ? std::string(": ") + why : std::string()));
     }
     return dib;
@@ -57,7 +57,7 @@ std::unique_ptr<CDib> from_array(py::array array, const Channel & channels)
     return dib;
 }
 
-CDib converted(CDib & source, int bits)
+std::unique_ptr<CDib> converted(CDib & source, int bits)
 {
     if (bits != 8 && bits != 16)
         throw py::value_error("bits must be 8 or 16, not " + std::to_string(bits));
@@ -73,7 +73,9 @@ CDib converted(CDib & source, int bits)
     }
     if (!ok)
         throw Error("CopyToDifferentBpp failed" + notice_suffix());
-    return out;
+    auto result = std::make_unique<CDib>();
+    result->SwapImage(out);
+    return result;
 }
 
 // A writable array over a table owned by a Python object.
@@ -174,7 +176,7 @@ void bind_classes(py::module_ & m)
             "to_array", [](CDib & d, Channel channels) { return copy_out(d, parse_channels(channels)); },
             py::kw_only(), py::arg("channels") = py::none(), "The pixels as a new array, top row first.")
         .def(
-            "copy", [](CDib & d) { return CDib(d); }, "A deep copy (pixels, zone, resolution).")
+            "copy", [](CDib & d) { return std::make_unique<CDib>(d); }, "A deep copy (pixels, zone, resolution).")
         .def(
             "copy_to_bits", [](CDib & d, int bits) { return converted(d, bits); }, py::arg("bits"),
             "A new image of 8 or 16 bits made from this 8 or 16-bit one (CopyToDifferentBpp).")
@@ -206,8 +208,7 @@ void bind_classes(py::module_ & m)
     m.def(
         "read_bmp",
         [](const std::string & path, Channel channels) {
-            CDib d = load(path);
-            return copy_out(d, parse_channels(channels));
+            return copy_out(*load(path), parse_channels(channels));
         },
         py::arg("path"), py::kw_only(), py::arg("channels") = py::none(),
         "Reads an 8, 16 or 24-bit BMP file into a new array (channels='rgb' or 'bgr' for colour).\n"
@@ -224,8 +225,7 @@ void bind_classes(py::module_ & m)
         "convert",
         [](py::array image, int bits) {
             auto d = from_array(std::move(image), py::none().cast<Channel>());
-            CDib out = converted(*d, bits);
-            return copy_out(out, Channels::none);
+            return copy_out(*converted(*d, bits), Channels::none);
         },
         py::arg("image"), py::arg("bits"),
         "A grey array converted to 8 or 16 bits (CopyToDifferentBpp): uint8 <-> uint16.");
@@ -333,18 +333,17 @@ void bind_classes(py::module_ & m)
     py::class_<Filter>(m, "Filter",
                        "A convolution filter (CFiltre): a catalogue kind or the caller's kernel. Built afresh\n"
                        "for each apply, so one Filter can serve several threads.")
-        .def(py::init([](py::object kind, long long size, double param) {
+        .def(py::init([](py::object kind, std::optional<long long> size, std::optional<double> param) {
                  Filter f;
-                 const auto p = one_step("filter", (py::isinstance<py::str>(kind) ? kind.cast<std::string>()
-                                                                                     : number(kind.cast<long long>())) +
-                                                          "," + number(size) + "," + number(param))
-                                    .params;
+                 const std::string k =
+                     py::isinstance<py::str>(kind) ? kind.cast<std::string>() : number(kind.cast<long long>());
+                 const auto p = one_step("filter", filter_value(k, size, param)).params;
                  f.kind_x = f.kind_y = p.filtre;
                  f.size_x = f.size_y = p.taille;
                  f.param_x = f.param_y = p.param;
                  return f;
              }),
-             py::arg("kind"), py::arg("size") = 3, py::arg("param") = 1.0,
+             py::arg("kind"), py::arg("size") = py::none(), py::arg("param") = py::none(),
              "CFiltre(kind, size, param); kind as for kevra.filter.")
         .def_static(
             "separable",

@@ -494,18 +494,19 @@ void bind_operations(py::module_ & m)
     // ---- filters ---------------------------------------------------------------
     m.def(
         "filter",
-        [](py::array image, py::object kind, long long size, double param, Zone zone, Channel channels) {
-            const std::string value = kind_text(kind) + "," + number(size) + "," + number(param);
+        [](py::array image, py::object kind, std::optional<long long> size, std::optional<double> param, Zone zone,
+           Channel channels) {
+            const std::string value = filter_value(kind_text(kind), size, param);
             const auto p = one_step("filter", value).params;
             return run(image, zone, channels, option_text("filter", value), [p](CDib & d, int) {
                 kevra::CFiltre f(p.filtre, p.taille, p.param);
                 return f.Filtrer(&d);
             });
         },
-        py::arg("image"), py::arg("kind"), py::arg("size") = 3, py::arg("param") = 1.0, IMAGE_KW,
+        py::arg("image"), py::arg("kind"), py::arg("size") = py::none(), py::arg("param") = py::none(), IMAGE_KW,
         "A catalogue filter (CFiltre(kind, size, param), then Filtrer). kind: 'mean', 'gaussian', 'ramp',\n"
-        "'parabola', 'sine', 'sinc' (separable; size odd, 3 or more; param: gaussian deviation or sinc\n"
-        "period), 'laplacian', 'gradient-x', 'gradient-y', 'gradient-diagonal' (3x3), or 0 to 9.\n"
+        "'parabola', 'sine', 'sinc' (separable; size odd, 3 or more, default 3; param, gaussian and sinc\n"
+        "only: deviation or period, default 1), 'laplacian', 'gradient-x', 'gradient-y', 'gradient-diagonal' (3x3), or 0 to 9.\n"
         "Results are clipped to the depth's range. (A chain's filter step adds 128.5, or 32768.5 at 16\n"
         "bits, to the diagonal gradient; Filter(...).apply(offset=...) does the same here.)");
 }

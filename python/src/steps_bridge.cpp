@@ -66,6 +66,12 @@ bool is_flag(const std::string & name)
     return false;
 }
 
+std::string filter_value(const std::string & kind, const std::optional<long long> & size,
+                         const std::optional<double> & param)
+{
+    return kind + (size ? "," + number(*size) : "") + (param ? (size ? "," : ",param=") + number(*param) : "");
+}
+
 std::string number(double value)
 {
     char text[40];

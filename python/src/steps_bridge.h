@@ -36,6 +36,10 @@ void check_zone(const std::optional<std::tuple<int, int, int, int>> & zone, long
 // Whether an option is a flag (takes no value).
 bool is_flag(const std::string & name);
 
+// The value text of the filter option: KIND[,SIZE][,param=PARAM].
+std::string filter_value(const std::string & kind, const std::optional<long long> & size,
+                         const std::optional<double> & param);
+
 // Shortest decimal text that reads back as the same double.
 std::string number(double value);
 std::string number(long long value);
