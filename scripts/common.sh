@@ -1,7 +1,7 @@
 # Shared by the scripts: installs the Debian packages Kevra builds with, only
 # those missing, without questions. Sourced, not run.
 
-kevra_packages="cmake g++ make libgtest-dev libbenchmark-dev libcli11-dev"
+kevra_packages="cmake g++ make libgtest-dev libbenchmark-dev libcli11-dev python3-dev python3-pybind11 pybind11-dev python3-numpy python3-pytest pkg-config"
 
 kevra_install_packages() {
     missing=""

@@ -154,13 +154,10 @@ kevra::CFiltre::e_Filtre kind_of(const py::object & kind)
     return one_step("filter", text).params.filtre;
 }
 
-const char * const zone_doc = "zone=(left, top, right, bottom) inclusive, row 0 at the top; channels='rgb' or 'bgr'.";
-
 } // namespace
 
 void bind_classes(py::module_ & m)
 {
-    (void)zone_doc;
     py::class_<CDib>(m, "Dib",
                      "The library's image (CDib): 8 or 16-bit grey or 24-bit colour, rows bottom-up inside.\n"
                      "Built from an array (one copy) or read from a BMP file; to_array copies back once.")

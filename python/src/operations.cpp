@@ -82,8 +82,6 @@ std::string optional_number(const std::optional<double> & v, const char * fallba
     return v ? number(*v) : std::string(fallback);
 }
 
-const char * const io_doc = "";
-
 } // namespace
 
 // Shared keyword arguments of the image functions.
@@ -92,7 +90,6 @@ const char * const io_doc = "";
 
 void bind_operations(py::module_ & m)
 {
-    (void)io_doc;
     // ---- point and geometric operations --------------------------------------
     m.def(
         "negative",

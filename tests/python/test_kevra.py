@@ -15,7 +15,7 @@ import kevra
 
 PYREF = os.environ.get("KEVRA_PYREF")
 CLI = os.environ.get("KEVRA_CLI")
-DATA = os.environ.get("KEVRA_TEST_DATA_DIR", os.path.join(os.path.dirname(__file__), "..", "data"))
+DATA = os.path.join(os.path.dirname(__file__), "..", "data")
 needs_cli = pytest.mark.skipif(not CLI, reason="the kevra command line is not built")
 
 
@@ -149,12 +149,14 @@ AGAINST_CLI = [
 ]
 
 
+def by_depth(table, name):
+    """One case per depth an entry applies to, named after the entry."""
+    return [pytest.param(bits, *entry[:2], *entry[3:], id=f"{bits}-{name(entry)}") for entry in table for bits in entry[2]]
+
+
 @needs_cli
-@pytest.mark.parametrize("call,options,depths,zoned", AGAINST_CLI, ids=[" ".join(c[1]) for c in AGAINST_CLI])
-@pytest.mark.parametrize("bits", [8, 16, 24])
-def test_operation_equals_command_line(tmp_path, call, options, depths, zoned, bits):
-    if bits not in depths:
-        pytest.skip("not at this depth")
+@pytest.mark.parametrize("bits,call,options,zoned", by_depth(AGAINST_CLI, lambda e: " ".join(e[1])))
+def test_operation_equals_command_line(tmp_path, bits, call, options, zoned):
     a = sample(bits)
     kw = {"channels": "rgb"} if bits == 24 else {}
     for zone in ((None, ZONE) if zoned else (None,)):
@@ -228,11 +230,8 @@ AGAINST_CPP.append((lut_call, ("lut", 0.05, 1.2, 0.9), (8, 16, 24)))
 
 
 @pytest.mark.skipif(not PYREF, reason="kevra_pyref is not built")
-@pytest.mark.parametrize("call,ref,depths", AGAINST_CPP, ids=[" ".join(map(str, c[1][:2])) for c in AGAINST_CPP])
-@pytest.mark.parametrize("bits", [8, 16, 24])
-def test_operation_equals_cpp_library(tmp_path, call, ref, depths, bits):
-    if bits not in depths:
-        pytest.skip("not at this depth")
+@pytest.mark.parametrize("bits,call,ref", by_depth(AGAINST_CPP, lambda e: " ".join(map(str, e[1][:2]))))
+def test_operation_equals_cpp_library(tmp_path, bits, call, ref):
     a = sample(bits)
     kw = {"channels": "rgb"} if bits == 24 else {}
     for zone in (None, ZONE):
@@ -375,7 +374,7 @@ def test_help_texts_and_stub():
 
 
 def test_example_script(tmp_path):
-    script = os.path.join(os.environ.get("KEVRA_EXAMPLES_DIR", ""), "xray_chain.py")
+    script = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "python", "xray_chain.py")
     out = tmp_path / "corrected.bmp"
     run([sys.executable, script, "--out", str(out)])
     corrected = kevra.read_bmp(str(out))
