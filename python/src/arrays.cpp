@@ -41,8 +41,9 @@ int bgr_byte(Channels channels, int c)
 ArrayView inspect(py::array array, Channels channels)
 {
     ArrayView v;
-    const bool u8 = array.dtype().is(py::dtype::of<uint8_t>());
-    const bool u16 = array.dtype().is(py::dtype::of<uint16_t>());
+    // Equivalent types, in native byte order: a big-endian uint16 array is not taken for one.
+    const bool u8 = py::array_t<uint8_t>::check_(array);
+    const bool u16 = py::array_t<uint16_t>::check_(array);
     if (array.ndim() == 2 && (u8 || u16))
         v.bits = u8 ? 8 : 16;
     else if (array.ndim() == 3 && array.shape(2) == 3 && u8)

@@ -62,7 +62,8 @@ public:
         const Channels order = parse_channels(channels);
         const ArrayView view = inspect(std::move(image), order);
         for (const std::string & note : check_image(steps_, view.width, view.height, view.bits, zone))
-            PyErr_WarnEx(PyExc_UserWarning, note.c_str(), 1);
+            if (PyErr_WarnEx(PyExc_UserWarning, note.c_str(), 1) != 0)
+                throw py::error_already_set(); // warnings turned into errors
         kevra::CDib dib;
         bool ok = false;
         std::size_t readings = 0;

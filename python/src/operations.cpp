@@ -12,6 +12,7 @@
 
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace kevra_py {
@@ -135,16 +136,21 @@ void bind_operations(py::module_ & m)
         [](py::array image, py::object value, Zone zone, Channel channels) {
             unsigned long v = 0;
             const Channels order = parse_channels(channels);
+            const ArrayView view = inspect(image, order);
             if (py::isinstance<py::int_>(value)) {
-                v = value.cast<unsigned long>();
+                const long long level = value.cast<long long>();
+                const long long top = view.bits == 16 ? 65535 : view.bits == 8 ? 255 : 0xFFFFFF;
+                if (level < 0 || level > top)
+                    throw py::value_error("fill: the value must be a level from 0 to " + std::to_string(top));
+                v = static_cast<unsigned long>(level);
             } else {
                 // Three values in the array's channel order, packed as the pixel's bytes
                 // (bits 0-7 first byte = blue).
-                const auto c = value.cast<std::vector<unsigned long>>();
-                if (c.size() != 3 || c[0] > 255 || c[1] > 255 || c[2] > 255)
+                const auto c = value.cast<std::vector<long long>>();
+                if (c.size() != 3 || std::any_of(c.begin(), c.end(), [](long long x) { return x < 0 || x > 255; }))
                     throw py::value_error("fill: a colour is three levels from 0 to 255");
-                const unsigned b = order == Channels::rgb ? c[2] : c[0], r = order == Channels::rgb ? c[0] : c[2];
-                v = b | (c[1] << 8) | (r << 16);
+                const long long b = order == Channels::rgb ? c[2] : c[0], r = order == Channels::rgb ? c[0] : c[2];
+                v = static_cast<unsigned long>(b | (c[1] << 8) | (r << 16));
             }
             return run(image, zone, channels, "fill", [v](CDib & d, int bits) {
                 if (bits == 8) {
@@ -161,7 +167,7 @@ void bind_operations(py::module_ & m)
         },
         py::arg("image"), py::arg("value"), IMAGE_KW,
         "Fills the zone with one value (Fill): a level, or for a colour image three levels in the\n"
-        "array's channel order.");
+        "array's channel order (or one integer packing blue, green, red in bits 0-7, 8-15, 16-23).");
 
     // ---- histograms and the stretch --------------------------------------------
     m.def(

@@ -304,6 +304,8 @@ def test_refusals_have_the_command_lines_messages(tmp_path, options):
     (lambda: kevra.negative(sample(24), channels="rbg"), ValueError, "channels must be 'rgb' or 'bgr', not 'rbg'"),
     (lambda: kevra.negative(np.zeros((3, 3))), TypeError, "not float64 (3, 3)"),
     (lambda: kevra.negative(np.zeros((3, 3, 4), np.uint8)), TypeError, "not uint8 (3, 3, 4)"),
+    (lambda: kevra.negative(np.zeros((3, 3), ">u2")), TypeError, "not >u2 (3, 3)"),
+    (lambda: kevra.fill(sample(8), 256), ValueError, "fill: the value must be a level from 0 to 255"),
     (lambda: kevra.negative(np.zeros((0, 3), np.uint8)), ValueError, "at least one row"),
     (lambda: kevra.negative(sample(8), zone=(0, 0, 40, 3)), ValueError, "--zone 0,0,40,3: the zone must lie within"),
     (lambda: kevra.saturation(sample(8), 50), ValueError, "--saturation 50 needs a 24-bit colour image (this one is 8-bit)"),
