@@ -87,8 +87,8 @@ public:
                 if (timed(s.code))
                     timed_steps.push_back(&s);
             const std::size_t pairs = readings / 2;
-            const std::string where =
-                pairs == 0 ? "before the first step" : "at " + timed_steps[std::min(pairs, timed_steps.size()) - 1]->option;
+            const std::string where = pairs == 0 ? "before the first step"
+                                                 : "at " + timed_steps[std::min(pairs, timed_steps.size()) - 1]->option;
             throw Error("processing failed " + where + ": the library could not complete it (not enough memory?)" +
                         notice_suffix());
         }
@@ -103,11 +103,6 @@ private:
 std::string opt(const std::optional<double> & v, double fallback)
 {
     return number(v ? *v : fallback);
-}
-
-std::string kind(const py::object & k)
-{
-    return py::isinstance<py::str>(k) ? k.cast<std::string>() : number(k.cast<long long>());
 }
 
 } // namespace
@@ -155,24 +150,24 @@ void bind_chain(py::module_ & m)
              "option('median', 'tolerance=0.2,radius=3'); value '' for flags.")
         .def(
             "mirror_vertical", [](Chain & c) -> Chain & { return c.add("mirror-vertical", ""); }, ref,
-            "--mirror-vertical (e_Mirroir_Vertical)")
+            doc("Adds the step e_Mirroir_Vertical.", {"mirror-vertical"}))
         .def(
             "mirror_horizontal", [](Chain & c) -> Chain & { return c.add("mirror-horizontal", ""); }, ref,
-            "--mirror-horizontal (e_Mirroir_Horizontal)")
+            doc("Adds the step e_Mirroir_Horizontal.", {"mirror-horizontal"}))
         .def(
             "rotate", [](Chain & c, long long d) -> Chain & { return c.add("rotate", number(d)); }, py::arg("degrees"),
-            ref, "--rotate DEGREES: 90, 180 or 270 clockwise (e_QuickRotate)")
+            ref, doc("Adds the step e_QuickRotate.", {"rotate"}))
         .def(
             "median",
             [](Chain & c, double t, long long r) -> Chain & { return c.add("median", number(t) + "," + number(r)); },
-            py::arg("tolerance"), py::arg("radius"), ref, "--median TOLERANCE,RADIUS (e_FiltreMedian)")
+            py::arg("tolerance"), py::arg("radius"), ref, doc("Adds the step e_FiltreMedian.", {"median"}))
         .def(
             "filter",
             [](Chain & c, py::object k, std::optional<long long> size, std::optional<double> param) -> Chain & {
-                return c.add("filter", filter_value(kind(k), size, param));
+                return c.add("filter", filter_value(name_or_number(k), size, param));
             },
             py::arg("kind"), py::arg("size") = py::none(), py::arg("param") = py::none(), ref,
-            "--filter KIND,SIZE,PARAM (e_Filtre; the diagonal gradient gets the offset 128.5, 32768.5 at 16 bits)")
+            doc("Adds the step e_Filtre.", {"filter"}))
         .def(
             "unsharp",
             [](Chain & c, double radius, double gp, std::optional<double> gn, double tp,
@@ -181,7 +176,7 @@ void bind_chain(py::module_ & m)
                                             "," + opt(tn, tp));
             },
             py::arg("radius"), py::arg("gain_pos"), py::arg("gain_neg") = py::none(), py::arg("threshold_pos") = 0.0,
-            py::arg("threshold_neg") = py::none(), ref, "--unsharp RADIUS,GAIN+,GAIN-,THRESHOLD+,THRESHOLD-")
+            py::arg("threshold_neg") = py::none(), ref, doc("Adds the step e_UnsharpMasking.", {"unsharp"}))
         .def(
             "unsharp_disc",
             [](Chain & c, long long x, long long y, long long disc, double radius, double gp, std::optional<double> gn,
@@ -192,52 +187,54 @@ void bind_chain(py::module_ & m)
             },
             py::arg("x"), py::arg("y"), py::arg("disc"), py::arg("radius"), py::arg("gain_pos"),
             py::arg("gain_neg") = py::none(), py::arg("threshold_pos") = 0.0, py::arg("threshold_neg") = py::none(),
-            ref, "--unsharp-disc X,Y,DISC,RADIUS,GAIN+,... (e_UnsharpMaskingCircle)")
+            ref, doc("Adds the step e_UnsharpMaskingCircle.", {"unsharp-disc"}))
         .def(
             "resample",
             [](Chain & c, long long w, long long h, long long mode) -> Chain & {
                 return c.add("resample", number(w) + "x" + number(h) + "," + number(mode));
             },
-            py::arg("width"), py::arg("height"), py::arg("mode") = 0, ref, "--resample WIDTHxHEIGHT,MODE (e_Resample)")
+            py::arg("width"), py::arg("height"), py::arg("mode") = 0, ref,
+            doc("Adds the step e_Resample.", {"resample"}))
         .def(
             "black_white", [](Chain & c) -> Chain & { return c.add("black-white", ""); }, ref,
-            "--black-white (e_NoirEtBlanc; colour images)")
+            doc("Adds the step e_NoirEtBlanc.", {"black-white"}))
         .def(
-            "negative", [](Chain & c) -> Chain & { return c.add("negative", ""); }, ref, "--negative (e_Negatif)")
+            "negative", [](Chain & c) -> Chain & { return c.add("negative", ""); }, ref,
+            doc("Adds the step e_Negatif.", {"negative"}))
         .def(
             "saturation", [](Chain & c, long long p) -> Chain & { return c.add("saturation", number(p)); },
-            py::arg("percent"), ref, "--saturation PERCENT (e_Saturation; colour images)")
+            py::arg("percent"), ref, doc("Adds the step e_Saturation.", {"saturation"}))
         .def(
             "hue", [](Chain & c, long long p) -> Chain & { return c.add("hue", number(p)); }, py::arg("percent"), ref,
-            "--hue PERCENT (e_Teinte; colour images)")
+            doc("Adds the step e_Teinte.", {"hue"}))
         .def(
             "whiten", [](Chain & c, long long p) -> Chain & { return c.add("whiten", number(p)); }, py::arg("percent"),
-            ref, "--whiten PERCENT (e_Blanchiment; colour images)")
+            ref, doc("Adds the step e_Blanchiment.", {"whiten"}))
         .def(
-            "lut_palette", [](Chain & c, py::object p) -> Chain & { return c.add("lut-palette", kind(p)); },
-            py::arg("palette"), ref, "--lut-palette PALETTE (e_LUT; colour images, skipped on grey ones)")
+            "lut_palette", [](Chain & c, py::object p) -> Chain & { return c.add("lut-palette", name_or_number(p)); },
+            py::arg("palette"), ref, doc("Adds the step e_LUT.", {"lut-palette"}))
         .def(
             "brightness", [](Chain & c, double v) -> Chain & { return c.add("brightness", number(v)); },
-            py::arg("value"), ref, "--brightness L (e_LUT_LuminositeContrasteGamma)")
+            py::arg("value"), ref, doc("Adds the step e_LUT_LuminositeContrasteGamma.", {"brightness"}))
         .def(
             "contrast", [](Chain & c, double v) -> Chain & { return c.add("contrast", number(v)); }, py::arg("value"),
-            ref, "--contrast C (e_LUT_LuminositeContrasteGamma)")
+            ref, doc("Adds the step e_LUT_LuminositeContrasteGamma.", {"contrast"}))
         .def(
             "gamma", [](Chain & c, double v) -> Chain & { return c.add("gamma", number(v)); }, py::arg("value"), ref,
-            "--gamma G (e_LUT_LuminositeContrasteGamma)")
+            doc("Adds the step e_LUT_LuminositeContrasteGamma.", {"gamma"}))
         .def(
             "red", [](Chain & c, long long v) -> Chain & { return c.add("red", number(v)); }, py::arg("percent"), ref,
-            "--red PERCENT (e_LUT_RougeVertBleu; colour images, skipped on grey ones)")
+            doc("Adds the step e_LUT_RougeVertBleu.", {"red"}))
         .def(
             "green", [](Chain & c, long long v) -> Chain & { return c.add("green", number(v)); }, py::arg("percent"),
-            ref, "--green PERCENT (e_LUT_RougeVertBleu)")
+            ref, doc("Adds the step e_LUT_RougeVertBleu.", {"green"}))
         .def(
             "blue", [](Chain & c, long long v) -> Chain & { return c.add("blue", number(v)); }, py::arg("percent"),
-            ref, "--blue PERCENT (e_LUT_RougeVertBleu)")
+            ref, doc("Adds the step e_LUT_RougeVertBleu.", {"blue"}))
         .def(
             "stretch",
             [](Chain & c, double lo, double hi) -> Chain & { return c.add("stretch", number(lo) + "," + number(hi)); },
-            py::arg("low"), py::arg("high"), ref, "--stretch LOW,HIGH (e_EgalisationHistogramme)")
+            py::arg("low"), py::arg("high"), ref, doc("Adds the step e_EgalisationHistogramme.", {"stretch"}))
         .def_property_readonly(
             "steps",
             [](const Chain & c) {

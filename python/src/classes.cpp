@@ -85,6 +85,13 @@ py::array table_view(T * data, py::ssize_t n, py::handle owner)
     return py::array_t<T>({n}, {py::ssize_t(sizeof(T))}, data, owner);
 }
 
+// One channel of a colour table, as a writable view.
+template <kevra::CLUT_8_Bpp & (kevra::CLUT_24_Bpp::*Channel)()>
+py::array channel_view(py::object self)
+{
+    return table_view((self.cast<kevra::CLUT_24_Bpp &>().*Channel)().Donne_Table(), 256, self);
+}
+
 template <class T>
 void set_table(T * data, std::size_t n, const py::array & values)
 {
@@ -150,8 +157,7 @@ py::array half_table(const Filter & f, bool x)
 
 kevra::CFiltre::e_Filtre kind_of(const py::object & kind)
 {
-    const std::string text = py::isinstance<py::str>(kind) ? kind.cast<std::string>() : number(kind.cast<long long>());
-    return one_step("filter", text).params.filtre;
+    return one_step("filter", name_or_number(kind)).params.filtre;
 }
 
 } // namespace
@@ -287,23 +293,21 @@ void bind_classes(py::module_ & m)
         .def(py::init([](py::object palette) {
                  auto lut = std::make_unique<kevra::CLUT_24_Bpp>();
                  if (!palette.is_none()) {
-                     const std::string text =
-                         py::isinstance<py::str>(palette) ? palette.cast<std::string>() : number(palette.cast<long long>());
                      take_notices();
-                     if (!lut->SetPalette(one_step("lut-palette", text).params.Palette))
+                     if (!lut->SetPalette(one_step("lut-palette", name_or_number(palette)).params.Palette))
                          throw Error("SetPalette failed" + notice_suffix());
                  }
                  return lut;
              }),
              py::arg("palette") = py::none(), "Identity tables, or a predefined palette (SetPalette).")
         .def_property_readonly(
-            "red", [](py::object self) { return table_view(self.cast<kevra::CLUT_24_Bpp &>().Donne_Rouge().Donne_Table(), 256, self); },
+            "red", &channel_view<&kevra::CLUT_24_Bpp::Donne_Rouge>,
             "Red table (Donne_Rouge), a writable view.")
         .def_property_readonly(
-            "green", [](py::object self) { return table_view(self.cast<kevra::CLUT_24_Bpp &>().Donne_Vert().Donne_Table(), 256, self); },
+            "green", &channel_view<&kevra::CLUT_24_Bpp::Donne_Vert>,
             "Green table (Donne_Vert), a writable view.")
         .def_property_readonly(
-            "blue", [](py::object self) { return table_view(self.cast<kevra::CLUT_24_Bpp &>().Donne_Bleu().Donne_Table(), 256, self); },
+            "blue", &channel_view<&kevra::CLUT_24_Bpp::Donne_Bleu>,
             "Blue table (Donne_Bleu), a writable view.")
         .def("SetLuminositeConstrateGamma", &kevra::CLUT_24_Bpp::SetLuminositeConstrateGamma,
              py::arg("luminosite"), py::arg("contraste"), py::arg("gamma"))
@@ -332,9 +336,7 @@ void bind_classes(py::module_ & m)
                        "for each apply, so one Filter can serve several threads.")
         .def(py::init([](py::object kind, std::optional<long long> size, std::optional<double> param) {
                  Filter f;
-                 const std::string k =
-                     py::isinstance<py::str>(kind) ? kind.cast<std::string>() : number(kind.cast<long long>());
-                 const auto p = one_step("filter", filter_value(k, size, param)).params;
+                 const auto p = one_step("filter", filter_value(name_or_number(kind), size, param)).params;
                  f.kind_x = f.kind_y = p.filtre;
                  f.size_x = f.size_y = p.taille;
                  f.param_x = f.param_y = p.param;

@@ -70,14 +70,6 @@ std::string option_text(const std::string & name, const std::string & value)
     return "--" + name + (value.empty() ? "" : " " + value);
 }
 
-// A catalogue kind given as a number or a command-line name.
-std::string kind_text(const py::object & kind)
-{
-    if (py::isinstance<py::str>(kind))
-        return kind.cast<std::string>();
-    return number(kind.cast<long long>());
-}
-
 std::string optional_number(const std::optional<double> & v, const char * fallback)
 {
     return v ? number(*v) : std::string(fallback);
@@ -100,8 +92,9 @@ void bind_operations(py::module_ & m)
             });
         },
         py::arg("image"), IMAGE_KW,
-        "Negative of the zone (CTraitementImg_*_Bpp::Negatif). Any depth; at 24 bits through the\n"
-        "inverted grey palette.");
+        doc("Negative of the zone (CTraitementImg_*_Bpp::Negatif); at 24 bits through the inverted grey\n"
+            "palette.",
+            {"negative"}));
     m.def(
         "mirror_horizontal",
         [](py::array image, Zone zone, Channel channels) {
@@ -110,8 +103,7 @@ void bind_operations(py::module_ & m)
             });
         },
         py::arg("image"), IMAGE_KW,
-        "Left-right reflection within the zone (Mirroir_Horizontal). The library leaves the zone's\n"
-        "bottom row, and the two centre pixels of an even span, in place.");
+        doc("Left-right reflection within the zone (Mirroir_Horizontal).", {"mirror-horizontal"}));
     m.def(
         "mirror_vertical",
         [](py::array image, Zone zone, Channel channels) {
@@ -120,7 +112,7 @@ void bind_operations(py::module_ & m)
             });
         },
         py::arg("image"), IMAGE_KW,
-        "Top-bottom reflection within the zone (Mirroir_Vertical); the zone's bottom row stays.");
+        doc("Top-bottom reflection within the zone (Mirroir_Vertical).", {"mirror-vertical"}));
     m.def(
         "rotate",
         [](py::array image, long long degrees, Channel channels) {
@@ -130,7 +122,7 @@ void bind_operations(py::module_ & m)
             });
         },
         py::arg("image"), py::arg("degrees"), WHOLE_KW,
-        "Quarter turn of the whole image, clockwise: 90, 180 or 270 (QuickRotate).");
+        doc("Quarter turn of the whole image (QuickRotate).", {"rotate"}));
     m.def(
         "fill",
         [](py::array image, py::object value, Zone zone, Channel channels) {
@@ -253,8 +245,9 @@ void bind_operations(py::module_ & m)
             });
         },
         py::arg("image"), py::arg("low"), py::arg("high"), IMAGE_KW,
-        "Histogram stretch between the percentiles low and high, 0 <= low < high <= 1\n"
-        "(EgalisationHistogramme). At 24 bits one table for all three channels keeps the balance.");
+        doc("Histogram stretch of the zone (EgalisationHistogramme). At 24 bits one table for all three\n"
+            "channels keeps the colour balance.",
+            {"stretch"}));
 
     // ---- resampling, median, unsharp masking -------------------------------------
     m.def(
@@ -272,8 +265,7 @@ void bind_operations(py::module_ & m)
             });
         },
         py::arg("image"), py::arg("width"), py::arg("height"), py::arg("mode") = 0, WHOLE_KW,
-        "The whole image resampled to width x height (CTraitementImg_*_Bpp::Resample). mode 0:\n"
-        "bilinear; k > 0: reductions low-pass filtered over k times the scale.");
+        doc("The whole image resampled to width x height (CTraitementImg_*_Bpp::Resample).", {"resample"}));
     m.def(
         "median",
         [](py::array image, double tolerance, long long radius, Zone zone, Channel channels) {
@@ -284,8 +276,7 @@ void bind_operations(py::module_ & m)
             });
         },
         py::arg("image"), py::arg("tolerance"), py::arg("radius"), IMAGE_KW,
-        "Selective median (FiltreMedian): a pixel further than tolerance (relative, 0.01 to 0.99) from\n"
-        "its neighbourhood's mean takes the median of the (2 radius + 1)^2 window; radius 3 or more.");
+        doc("Selective median of the zone (FiltreMedian).", {"median"}));
     m.def(
         "unsharp",
         [](py::array image, double radius, double gain_pos, std::optional<double> gain_neg, double threshold_pos,
@@ -303,8 +294,7 @@ void bind_operations(py::module_ & m)
         },
         py::arg("image"), py::arg("radius"), py::arg("gain_pos"), py::arg("gain_neg") = py::none(),
         py::arg("threshold_pos") = 0.0, py::arg("threshold_neg") = py::none(), IMAGE_KW,
-        "Unsharp masking of the zone (UnsharpMasking): filter radius, gains for bright and dark detail\n"
-        "(gain_neg defaults to gain_pos), thresholds in levels (threshold_neg defaults to threshold_pos).");
+        doc("Unsharp masking of the zone (UnsharpMasking).", {"unsharp"}));
     m.def(
         "unsharp_disc",
         [](py::array image, long long x, long long y, long long disc, double radius, double gain_pos,
@@ -329,8 +319,7 @@ void bind_operations(py::module_ & m)
         py::arg("image"), py::arg("x"), py::arg("y"), py::arg("disc"), py::arg("radius"), py::arg("gain_pos"),
         py::arg("gain_neg") = py::none(), py::arg("threshold_pos") = 0.0, py::arg("threshold_neg") = py::none(),
         WHOLE_KW,
-        "Unsharp masking of a disc of radius disc pixels centred on column x, picture row y (from the\n"
-        "top) (UnsharpMasking with a centre); the other values as for unsharp.");
+        doc("Unsharp masking of a disc (UnsharpMasking with a centre point and a radius).", {"unsharp-disc"}));
 
     // ---- tone ------------------------------------------------------------------
     m.def(
@@ -344,17 +333,18 @@ void bind_operations(py::module_ & m)
             });
         },
         py::arg("image"), py::arg("brightness") = 0.0, py::arg("contrast") = 1.0, py::arg("gamma") = 1.0, IMAGE_KW,
-        "Brightness, contrast and gamma through one table (ReglageLuminositeContrasteGamma):\n"
-        "out = (in^gamma * contrast + brightness) * full scale, on normalised levels.");
+        doc("Brightness, contrast and gamma of the zone through one table\n"
+            "(ReglageLuminositeContrasteGamma).",
+            {"brightness", "contrast", "gamma"}));
     struct ToneOne {
         const char * name;
         bool (kevra::CTraitementImg::*member)(float, kevra::CDibRoot *);
         const char * doc;
     };
     static const ToneOne tones[] = {
-        {"brightness", &kevra::CTraitementImg::ReglageLuminosite, "Brightness alone (ReglageLuminosite)."},
-        {"contrast", &kevra::CTraitementImg::ReglageContraste, "Contrast alone (ReglageContraste)."},
-        {"gamma", &kevra::CTraitementImg::ReglageGamma, "Gamma alone (ReglageGamma)."},
+        {"brightness", &kevra::CTraitementImg::ReglageLuminosite, "Brightness of the zone (ReglageLuminosite)."},
+        {"contrast", &kevra::CTraitementImg::ReglageContraste, "Contrast of the zone (ReglageContraste)."},
+        {"gamma", &kevra::CTraitementImg::ReglageGamma, "Gamma of the zone (ReglageGamma)."},
     };
     for (const ToneOne & one : tones) {
         m.def(
@@ -368,7 +358,7 @@ void bind_operations(py::module_ & m)
                     return by_depth(bits, [&](kevra::CTraitementImg & t) { return (t.*one.member)(v, &d); });
                 });
             },
-            py::arg("image"), py::arg("value"), IMAGE_KW, one.doc);
+            py::arg("image"), py::arg("value"), IMAGE_KW, doc(one.doc, {one.name}));
     }
 
     // ---- colour (24 bits) ------------------------------------------------------
@@ -380,13 +370,11 @@ void bind_operations(py::module_ & m)
     };
     static const ColourOne colours[] = {
         {"saturation", true, &kevra::CTraitementImg_24_Bpp::ReglageSaturation,
-         "Colour saturation in percent (ReglageSaturation): 100 leaves it, 0 gives grey.\n"
-         "The zone's right and bottom edges are exclusive."},
+         "Saturation of the zone (ReglageSaturation); its right and bottom edges are exclusive."},
         {"hue", true, &kevra::CTraitementImg_24_Bpp::ReglageTeinte,
-         "Hue angles multiplied by percent/100 (ReglageTeinte); right and bottom edges exclusive."},
+         "Hue of the zone (ReglageTeinte); its right and bottom edges are exclusive."},
         {"whiten", true, &kevra::CTraitementImg_24_Bpp::BlanchimentDents,
-         "Teeth whitening: lightness multiplied by percent/100, not 0 (BlanchimentDents); right and\n"
-         "bottom edges exclusive."},
+         "Teeth whitening of the zone (BlanchimentDents); its right and bottom edges are exclusive."},
         {"luminance", false, &kevra::CTraitementImg_24_Bpp::ReglageLuminance,
          "Lightness multiplied by percent/100 (ReglageLuminance); right and bottom edges exclusive."},
     };
@@ -415,7 +403,7 @@ void bind_operations(py::module_ & m)
                     },
                     true);
             },
-            py::arg("image"), py::arg("percent"), IMAGE_KW, one.doc);
+            py::arg("image"), py::arg("percent"), IMAGE_KW, doc(one.doc, {one.step ? one.name : ""}));
     }
     m.def(
         "levels",
@@ -432,8 +420,8 @@ void bind_operations(py::module_ & m)
                 true);
         },
         py::arg("image"), py::arg("red") = 0, py::arg("green") = 0, py::arg("blue") = 0, IMAGE_KW,
-        "Red, green and blue levels in percent (ReglageRougeVertBleu): each channel gains\n"
-        "(100 + percent)/100; -100 makes it black.");
+        doc("Red, green and blue levels of the zone (CTraitementImg_24_Bpp::ReglageRougeVertBleu).",
+            {"red", "green", "blue"}));
     m.def(
         "black_white",
         [](py::array image, Zone zone, Channel channels) {
@@ -445,11 +433,11 @@ void bind_operations(py::module_ & m)
                 },
                 true);
         },
-        py::arg("image"), IMAGE_KW, "Black and white: every pixel takes its green level (NoirEtBlanc).");
+        py::arg("image"), IMAGE_KW, doc("Black and white (NoirEtBlanc).", {"black-white"}));
     m.def(
         "palette",
         [](py::array image, py::object palette, Zone zone, Channel channels) {
-            const std::string value = kind_text(palette);
+            const std::string value = name_or_number(palette);
             const auto p = one_step("lut-palette", value).params;
             return run(
                 image, zone, channels, option_text("lut-palette", value),
@@ -460,9 +448,8 @@ void bind_operations(py::module_ & m)
                 true);
         },
         py::arg("image"), py::arg("palette"), IMAGE_KW,
-        "A predefined palette applied as a colour table (CLUT_24_Bpp::SetPalette, then Filtre): 11\n"
-        "grey, 12 inverted grey, 21 and 22 false colour, 23 blue-weighted, or their names 'grey',\n"
-        "'inverted', 'false-colour-1', 'false-colour-2', 'blue'.");
+        doc("A predefined palette applied as a colour table (CLUT_24_Bpp::SetPalette, then Filtre).",
+            {"lut-palette"}));
     m.def(
         "display_palette",
         [](double brightness, double contrast, double gamma, py::object palette, long long red, long long green,
@@ -475,7 +462,7 @@ void bind_operations(py::module_ & m)
             const int b = one_step("blue", number(blue)).params.bleu;
             kevra::e_Palette pal = kevra::e_PaletteNone;
             if (!(py::isinstance<py::int_>(palette) && palette.cast<long long>() == 0))
-                pal = one_step("lut-palette", kind_text(palette)).params.Palette;
+                pal = one_step("lut-palette", name_or_number(palette)).params.Palette;
             kevra::CLUT_24_Bpp lut;
             take_notices();
             if (!CSequenceur::ComputeDisplayPalette(&lut, l, c, g, pal, r, gr, b, negative, nullptr))
@@ -499,7 +486,7 @@ void bind_operations(py::module_ & m)
         "filter",
         [](py::array image, py::object kind, std::optional<long long> size, std::optional<double> param, Zone zone,
            Channel channels) {
-            const std::string value = filter_value(kind_text(kind), size, param);
+            const std::string value = filter_value(name_or_number(kind), size, param);
             const auto p = one_step("filter", value).params;
             return run(image, zone, channels, option_text("filter", value), [p](CDib & d, int) {
                 kevra::CFiltre f(p.filtre, p.taille, p.param);
@@ -507,11 +494,10 @@ void bind_operations(py::module_ & m)
             });
         },
         py::arg("image"), py::arg("kind"), py::arg("size") = py::none(), py::arg("param") = py::none(), IMAGE_KW,
-        "A catalogue filter (CFiltre(kind, size, param), then Filtrer). kind: 'mean', 'gaussian', 'ramp',\n"
-        "'parabola', 'sine', 'sinc' (separable; size odd, 3 or more, default 3; param, gaussian and sinc\n"
-        "only: deviation or period, default 1), 'laplacian', 'gradient-x', 'gradient-y', 'gradient-diagonal' (3x3), or 0 to 9.\n"
-        "Results are clipped to the depth's range. (A chain's filter step adds 128.5, or 32768.5 at 16\n"
-        "bits, to the diagonal gradient; Filter(...).apply(offset=...) does the same here.)");
+        doc("A catalogue filter over the zone (CFiltre(kind, size, param), then Filtrer), results clipped\n"
+            "to the depth's range. A chain's filter step adds 128.5 (32768.5 at 16 bits) to the diagonal\n"
+            "gradient; Filter(...).apply(offset=...) does the same here.",
+            {"filter"}));
 }
 
 } // namespace kevra_py

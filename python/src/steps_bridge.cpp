@@ -3,6 +3,8 @@
 #include <pybind11/pybind11.h>
 
 #include <cstdio>
+#include <deque>
+#include <sstream>
 #include <cstdlib>
 
 namespace kevra_py {
@@ -66,10 +68,49 @@ bool is_flag(const std::string & name)
     return false;
 }
 
+std::string name_or_number(const pybind11::object & value)
+{
+    if (pybind11::isinstance<pybind11::str>(value))
+        return value.cast<std::string>();
+    return number(value.cast<long long>());
+}
+
 std::string filter_value(const std::string & kind, const std::optional<long long> & size,
                          const std::optional<double> & param)
 {
     return kind + (size ? "," + number(*size) : "") + (param ? (size ? "," : ",param=") + number(*param) : "");
+}
+
+namespace {
+
+std::string wrap(const std::string & text, std::size_t width)
+{
+    std::istringstream words(text);
+    std::string out, line, word;
+    while (words >> word) {
+        if (!line.empty() && line.size() + 1 + word.size() > width) {
+            out += line + "\n";
+            line.clear();
+        }
+        line += (line.empty() ? "" : " ") + word;
+    }
+    return out + line;
+}
+
+} // namespace
+
+const char * doc(const std::string & lead, const std::vector<std::string> & options)
+{
+    static std::deque<std::string> texts;
+    std::string text = lead;
+    for (const std::string & name : options)
+        for (const kevra_cli::StepOptionInfo & o : kevra_cli::step_options())
+            if (name == o.name)
+                text += "\n\n" + wrap("--" + name + (o.value_name ? std::string(" ") + o.value_name : "") + ": " +
+                                           o.help,
+                                       92);
+    texts.push_back(text);
+    return texts.back().c_str();
 }
 
 std::string number(double value)

@@ -7,6 +7,8 @@
 
 #include "kevra_steps.h"
 
+#include <pybind11/pybind11.h>
+
 #include <optional>
 #include <string>
 #include <tuple>
@@ -36,9 +38,17 @@ void check_zone(const std::optional<std::tuple<int, int, int, int>> & zone, long
 // Whether an option is a flag (takes no value).
 bool is_flag(const std::string & name);
 
+// A filter kind or a palette given as a number or by its command-line name.
+std::string name_or_number(const pybind11::object & value);
+
 // The value text of the filter option: KIND[,SIZE][,param=PARAM].
 std::string filter_value(const std::string & kind, const std::optional<long long> & size,
                          const std::optional<double> & param);
+
+// A docstring: `lead`, then the help of the named step options as
+// `kevra process` gives it (values and their valid ranges), wrapped. The
+// text lives as long as the module.
+const char * doc(const std::string & lead, const std::vector<std::string> & options);
 
 // Shortest decimal text that reads back as the same double.
 std::string number(double value);
