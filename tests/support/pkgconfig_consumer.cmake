@@ -1,6 +1,7 @@
 # Installs the built library into a scratch prefix, then compiles and runs the
 # consumer program with the flags of `pkg-config --cflags --libs kevra` only.
-# Variables: KEVRA_BINARY_DIR, CONSUMER_SOURCE, WORK_DIR, CXX_COMPILER, CXX_FLAGS, PKG_CONFIG.
+# Variables: KEVRA_BINARY_DIR, CONSUMER_SOURCE, WORK_DIR, CXX_COMPILER, CXX_FLAGS, PKG_CONFIG, and
+# for a cross build EMULATOR (the program then runs under it).
 file(REMOVE_RECURSE "${WORK_DIR}")
 file(MAKE_DIRECTORY "${WORK_DIR}")
 
@@ -27,5 +28,5 @@ run(flags "${PKG_CONFIG}" --cflags --libs kevra)
 separate_arguments(flags UNIX_COMMAND "${flags}")
 separate_arguments(extra UNIX_COMMAND "${CXX_FLAGS}")
 run(ignored "${CXX_COMPILER}" ${extra} "${CONSUMER_SOURCE}" -o "${WORK_DIR}/consumer" ${flags})
-run(ignored "${WORK_DIR}/consumer")
+run(ignored ${EMULATOR} "${WORK_DIR}/consumer")
 file(REMOVE_RECURSE "${WORK_DIR}")
