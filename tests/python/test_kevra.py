@@ -375,9 +375,13 @@ def test_help_texts_and_stub():
     assert [n for n in public if "def " + n + "(" not in stub and "class " + n not in stub and n + " =" not in stub] == []
 
 
-def test_example_script(tmp_path):
+def test_example_script_writes_the_command_lines_file(tmp_path):
     script = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "python", "xray_chain.py")
-    out = tmp_path / "corrected.bmp"
-    run([sys.executable, script, "--out", str(out)])
-    corrected = kevra.read_bmp(str(out))
+    p = subprocess.run([sys.executable, script, "--out", "corrected.bmp"], cwd=tmp_path, capture_output=True, text=True)
+    assert p.returncode == 0, p.stderr
+    corrected = kevra.read_bmp(str(tmp_path / "corrected.bmp"))
     assert corrected.dtype == np.uint16 and corrected.shape == (480, 640)
+    if CLI:
+        run([CLI, "process", str(tmp_path / "xray16.bmp"), str(tmp_path / "cli.bmp"), "--median", "0.2,3",
+             "--unsharp", "2,1.5", "--gamma", "0.8", "--stretch", "0.01,0.99"])
+        assert (tmp_path / "cli.bmp").read_bytes() == (tmp_path / "corrected.bmp").read_bytes()
