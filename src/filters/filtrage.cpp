@@ -80,13 +80,6 @@ bool separable_plain(long width, long height, const float * source, float * dest
     return true;
 }
 
-detail::KernelShape separable_shape(long width, long height, const FilterRegion & g, int channels,
-                                    unsigned short nX, unsigned short nY)
-{
-    return {column_axis(width, g, nX, LowBorder::mirror), row_axis(height, g, nY, LowBorder::mirror),
-            int64_t(width) * channels};
-}
-
 detail::KernelShape full_shape(long width, long height, const FilterRegion & g, int channels, unsigned short nX,
                                unsigned short nY)
 {
@@ -102,7 +95,7 @@ bool separable_stream(long width, long height, const FilterRegion & g, unsigned 
 {
     if (g.empty())
         return true;
-    const detail::KernelShape k = separable_shape(width, height, g, C, nX, nY);
+    const detail::KernelShape k = detail::separable_shape(width, height, g, C, nX, nY);
     return detail::run_stages<detail::SeparableStage<C>>(
         g.B, g.T, in_place, k.stride, [&] { return detail::SeparableStage<C>(k, tableX, tableY); }, src, sink);
 }

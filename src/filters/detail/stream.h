@@ -231,6 +231,15 @@ struct KernelShape {
     int64_t stride; // floats a row: width * C
 };
 
+// The axes of a separable filter over region g: the column test on the right edge is strict,
+// the row test on the top edge admits equality (convolution.h).
+inline KernelShape separable_shape(int64_t width, int64_t height, const FilterRegion & g, int channels,
+                                   int64_t nX, int64_t nY)
+{
+    return {FilterAxis(width, g.L, g.R, nX, false, LowBorder::mirror),
+            FilterAxis(height, g.B, g.T, nY, true, LowBorder::mirror), width * channels};
+}
+
 // Separable filter over one strip of output rows.
 template <int C>
 class SeparableStage {
