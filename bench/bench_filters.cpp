@@ -14,6 +14,7 @@
 #include <random>
 #include <vector>
 
+#include "core/fast_path.h"
 #include "filters/detail/convolution.h"
 #include "kevra/dib.h"
 #include "kevra/filtre.h"
@@ -70,7 +71,7 @@ void BM_Filtrer(benchmark::State & state)
 {
     const int which = static_cast<int>(state.range(0));
     const int bpp = static_cast<int>(state.range(1));
-    kevra::detail::set_filters_fast_enabled(state.range(2) != 0);
+    kevra::detail::set_fast_paths_enabled(state.range(2) != 0);
     std::unique_ptr<CFiltre> f = make_filter(which);
     for (auto _ : state) {
         state.PauseTiming();
@@ -93,9 +94,9 @@ bool fast_matches_plain()
             std::unique_ptr<CDib> a = fresh_image(bpp), b = fresh_image(bpp);
             a->SetZoneTravail(kevra::CRect(0, 3, kSize - 2, kSize - 1));
             b->SetZoneTravail(kevra::CRect(0, 3, kSize - 2, kSize - 1));
-            kevra::detail::set_filters_fast_enabled(false);
+            kevra::detail::set_fast_paths_enabled(false);
             const bool ok_a = f->FiltrerAvecOffsetFacteur(a.get(), 128.0f, 1.0f);
-            kevra::detail::set_filters_fast_enabled(true);
+            kevra::detail::set_fast_paths_enabled(true);
             const bool ok_b = f->FiltrerAvecOffsetFacteur(b.get(), 128.0f, 1.0f);
             if (!ok_a || !ok_b || std::memcmp(a->GetBits(), b->GetBits(), a->SizeImage()) != 0) {
                 std::fprintf(stderr, "%s at %d bits: the fast path differs from the plain path\n", kNames[which], bpp);

@@ -7,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "core/fast_path.h"
 #include "kevra/traitement.h"
 #include "kevra/types.h"
 #include "processing/detail/median.h"
@@ -72,23 +73,23 @@ void BM_Median(benchmark::State &state)
     kevra::CRect rc(0, 0, kSide - 1, kSide - 1);
     {
         std::vector<uint8_t> plain = original;
-        kevra::detail::set_median_fast_enabled(false);
+        kevra::detail::set_fast_paths_enabled(false);
         t.FiltreMedian(kSide, kSide, plain.data(), rc, 0.1, radius);
-        kevra::detail::set_median_fast_enabled(true);
+        kevra::detail::set_fast_paths_enabled(true);
         t.FiltreMedian(kSide, kSide, work.data(), rc, 0.1, radius);
         if (plain != work) {
             state.SkipWithError("fast and plain median differ");
             return;
         }
     }
-    kevra::detail::set_median_fast_enabled(fast);
+    kevra::detail::set_fast_paths_enabled(fast);
     for (auto _ : state) {
         state.PauseTiming();
         work = original;
         state.ResumeTiming();
         benchmark::DoNotOptimize(t.FiltreMedian(kSide, kSide, work.data(), rc, 0.1, radius));
     }
-    kevra::detail::set_median_fast_enabled(true);
+    kevra::detail::set_fast_paths_enabled(true);
     state.SetItemsProcessed(state.iterations() * kSide * kSide);
 }
 

@@ -1,32 +1,18 @@
 // CFiltre: the filtering engine and its image and buffer entries.
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
+#include "core/fast_path.h"
+#include "core/float_store.h"
 #include "filters/detail/convolution.h"
 #include "filters/detail/stream.h"
 #include "kevra/dib.h"
 #include "kevra/filtre.h"
 #include "kevra/platform.h"
-#include "processing/detail/float_store.h"
 
 namespace kevra {
-
-namespace detail {
-namespace {
-// KEVRA_FILTERS_PLAIN_ONLY builds the library with the plain path as default.
-#ifdef KEVRA_FILTERS_PLAIN_ONLY
-std::atomic<bool> g_filters_fast{false};
-#else
-std::atomic<bool> g_filters_fast{true};
-#endif
-} // namespace
-
-bool filters_fast_enabled() { return g_filters_fast.load(std::memory_order_relaxed); }
-void set_filters_fast_enabled(bool enabled) { g_filters_fast.store(enabled, std::memory_order_relaxed); }
-} // namespace detail
 
 namespace {
 
@@ -122,7 +108,7 @@ bool separable_engine(long width, long height, const float * source, float * des
     if (count == 0 || source == nullptr || destination == nullptr || tableX == nullptr || tableY == nullptr)
         return false;
     const FilterRegion g = detail::filter_region(width, height, rect);
-    if (!detail::filters_fast_enabled())
+    if (!detail::fast_paths_enabled())
         return separable_plain<C>(width, height, source, destination, g, nX, nY, tableX, tableY);
     // Source and destination may be one plane: the stream reads each row before writing it.
     const int64_t stride = int64_t(width) * C;
@@ -141,7 +127,7 @@ bool full_kernel_engine(long width, long height, const float * source, float * d
         return true;
     // One plane as both source and destination is filtered pixel by pixel as the plain walk
     // defines it (each pixel reads the results already written before it).
-    if (detail::filters_fast_enabled() && source != destination) {
+    if (detail::fast_paths_enabled() && source != destination) {
         const int64_t stride = int64_t(width) * C;
         return full_stream<C>(width, height, g, nX, nY, kernel, offset, factor, false, true,
                               detail::PlaneSource{source, stride}, detail::PlaneSink{destination, stride});
@@ -234,7 +220,7 @@ bool CFiltre::Filtrer(CDibRoot * image)
     const std::size_t count = plane_count(width, height, channels_for(bitCount));
     if (count == 0)
         return false;
-    if (detail::filters_fast_enabled() && (bitCount == 8 || bitCount == 16 || bitCount == 24)) {
+    if (detail::fast_paths_enabled() && (bitCount == 8 || bitCount == 16 || bitCount == 24)) {
         if (!IsOK())
             return false;
         unsigned char * bits = image->GetBits();
@@ -291,7 +277,7 @@ bool CFiltre::FiltrerBuffer(long width, long height, float * buffer, CRect & rec
     const std::size_t count = plane_count(width, height, channels_for(bitCount));
     if (count == 0 || buffer == nullptr)
         return false;
-    if (detail::filters_fast_enabled()) {
+    if (detail::fast_paths_enabled()) {
         // In place through the stream: the caller's plane and a few rows, no second plane. Only
         // the rectangle changes, each pixel computed from the plane as it was.
         m_bpp = static_cast<unsigned char>(bitCount);

@@ -2,9 +2,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/pixel.h"
 #include "image/byte_source.h"
 #include "image/ximage.h"
-#include "processing/detail/pixel.h"
 #include "kevra/platform.h"
 
 namespace kevra {

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/pixel.h"
 #include "kevra/platform.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra {
 

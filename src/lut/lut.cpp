@@ -1,15 +1,15 @@
 // The abstract table and the two grey tables. Both grey classes forward to the kernels of
-// processing/detail/lut.h with their entry type.
+// lut/detail/table_kernels.h with their entry type.
 #include "kevra/lut.h"
 
 #include <cstdint>
 #include <cstring>
 
+#include "core/image_form.h"
 #include "kevra/dib.h"
 #include "kevra/drawing.h"
 #include "kevra/platform.h"
-#include "processing/detail/image_form.h"
-#include "processing/detail/lut.h"
+#include "lut/detail/table_kernels.h"
 
 namespace kevra {
 

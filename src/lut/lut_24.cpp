@@ -12,7 +12,7 @@
 #include "kevra/drawing.h"
 #include "kevra/platform.h"
 #include "lut/detail/ini_file.h"
-#include "processing/detail/lut.h"
+#include "lut/detail/table_kernels.h"
 
 namespace kevra {
 

@@ -4,13 +4,12 @@
 
 #include <cstdint>
 
+#include "core/image_form.h"
+#include "core/pixel.h"
 #include "kevra/dib.h"
 #include "kevra/lut.h"
 #include "kevra/platform.h"
 #include "processing/detail/histogram.h"
-#include "processing/detail/image_form.h"
-#include "processing/detail/lut.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra {
 
@@ -20,8 +19,6 @@ template void stretch_table<uint8_t>(uint8_t *, int32_t, const StretchLimits &);
 template void stretch_table<uint16_t>(uint16_t *, int32_t, const StretchLimits &);
 
 namespace {
-
-unsigned char *as_bytes(void *bits) { return static_cast<unsigned char *>(bits); }
 
 // Level of a pixel for each kind of count.
 struct FirstSample {

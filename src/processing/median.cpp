@@ -7,26 +7,11 @@
 // part of the behaviour, not something to unify.
 #include "kevra/traitement.h"
 
-#include <atomic>
-
+#include "core/image_form.h"
 #include "kevra/dib.h"
-#include "processing/detail/image_form.h"
 #include "processing/detail/median.h"
 
 namespace kevra {
-
-namespace detail {
-namespace {
-#ifdef KEVRA_MEDIAN_PLAIN_ONLY
-std::atomic<bool> g_median_fast{false};
-#else
-std::atomic<bool> g_median_fast{true};
-#endif
-} // namespace
-
-bool median_fast_enabled() { return g_median_fast.load(std::memory_order_relaxed); }
-void set_median_fast_enabled(bool enabled) { g_median_fast.store(enabled, std::memory_order_relaxed); }
-} // namespace detail
 
 namespace {
 

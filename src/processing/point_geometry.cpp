@@ -2,30 +2,21 @@
 // depths side by side. Kernels: processing/detail/point_geometry.h.
 #include "kevra/traitement.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <type_traits>
 
+#include "core/image_form.h"
+#include "core/pixel.h"
 #include "kevra/dib.h"
 #include "kevra/lut.h"
 #include "kevra/palette.h"
 #include "kevra/platform.h"
-#include "processing/detail/image_form.h"
-#include "processing/detail/lut.h"
-#include "processing/detail/pixel.h"
 #include "processing/detail/point_geometry.h"
 
 namespace kevra {
 
 namespace detail {
-
-namespace {
-std::atomic<bool> g_rotate_fast{true};
-} // namespace
-
-bool rotate_fast_enabled() { return g_rotate_fast.load(std::memory_order_relaxed); }
-void set_rotate_fast_enabled(bool enabled) { g_rotate_fast.store(enabled, std::memory_order_relaxed); }
 
 template void fill_rows<Grey8>(const View<Grey8> &, const Span &, const PixelValue<Grey8> &);
 template void fill_rows<Grey16>(const View<Grey16> &, const Span &, const PixelValue<Grey16> &);
@@ -41,8 +32,6 @@ template void quick_rotate<Grey16>(const View<Grey16> &, const View<Grey16> &, i
 template void quick_rotate<Bgr24>(const View<Bgr24> &, const View<Bgr24> &, int);
 
 namespace {
-
-unsigned char *as_bytes(void *bits) { return static_cast<unsigned char *>(bits); }
 
 // Grey negative: a local table of the class's kind, M - i for every entry (65535 - i when the
 // depth is 16, else 255 - i), applied with the table's own walk. The 16-bit table is too large

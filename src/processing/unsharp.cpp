@@ -4,8 +4,8 @@
 // base's for the object's depth.
 #include "kevra/traitement.h"
 
+#include "core/image_form.h"
 #include "kevra/dib.h"
-#include "processing/detail/image_form.h"
 #include "processing/detail/unsharp.h"
 
 namespace kevra {

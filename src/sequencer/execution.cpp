@@ -6,13 +6,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/pixel.h"
 #include "kevra/dib.h"
 #include "kevra/filtre.h"
 #include "kevra/lut.h"
 #include "kevra/platform.h"
 #include "kevra/sequenceur.h"
 #include "kevra/traitement.h"
-#include "processing/detail/pixel.h"
 #include "sequencer/detail/steps.h"
 #include "sequencer/detail/trace.h"
 

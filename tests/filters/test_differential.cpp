@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "core/fast_path.h"
 #include "filters/detail/convolution.h"
 #include "kevra/dib.h"
 #include "kevra/filtre.h"
@@ -42,7 +43,6 @@ std::unique_ptr<CFiltre> random_filter(std::mt19937 &rng)
 
 TEST(FiltreDifferential, FastPathGivesThePlainBytes)
 {
-    const bool was_fast = detail::filters_fast_enabled();
     std::mt19937 rng(20240611);
     int compared = 0;
     for (int iter = 0; iter < 4000; ++iter) {
@@ -66,13 +66,17 @@ TEST(FiltreDifferential, FastPathGivesThePlainBytes)
         // The fast path on one thread or on three (odd strip heights, halos at the strip edges).
         const unsigned threads = iter % 2 ? 3 : 1;
         GuardedPlane src(w, h, channels, static_cast<uint32_t>(iter + 1)), plain(w, h, channels), fast(w, h, channels);
-        detail::set_filters_fast_enabled(false);
-        const bool ok_plain = f->FiltrerBufferSimple(w, h, src.data(), plain.data(), rect, bitCount);
-        detail::set_filters_fast_enabled(true);
-        platform::set_thread_count(threads);
-        const bool ok_fast = f->FiltrerBufferSimple(w, h, src.data(), fast.data(), rect, bitCount);
-        platform::set_thread_count(1);
-        detail::set_filters_fast_enabled(was_fast);
+        bool ok_plain = false, ok_fast = false;
+        {
+            detail::FastPathScope off(false);
+            ok_plain = f->FiltrerBufferSimple(w, h, src.data(), plain.data(), rect, bitCount);
+        }
+        {
+            detail::FastPathScope on(true);
+            platform::set_thread_count(threads);
+            ok_fast = f->FiltrerBufferSimple(w, h, src.data(), fast.data(), rect, bitCount);
+            platform::set_thread_count(1);
+        }
         ASSERT_TRUE(ok_plain && ok_fast);
         if (!plain.same_bytes(fast)) {
             for (std::size_t i = 0; i < plain.count(); ++i)
@@ -121,7 +125,6 @@ TEST(FiltreDifferential, FastPathGivesThePlainBytes)
 // on one and on three threads: the whole pixel store compared, padding included.
 TEST(FiltreDifferential, StreamedImageEntryGivesThePlainBytes)
 {
-    const bool was_fast = detail::filters_fast_enabled();
     std::mt19937 rng(77);
     for (int iter = 0; iter < 600; ++iter) {
         const int w = iter % 9 == 0 ? 1 : 1 + static_cast<int>(rng() % 40);
@@ -139,13 +142,17 @@ TEST(FiltreDifferential, StreamedImageEntryGivesThePlainBytes)
         plain.SetZoneTravail(CRect(b[0], b[1], b[2], b[3]));
         fast.SetZoneTravail(CRect(b[0], b[1], b[2], b[3]));
         const float offset = static_cast<float>(rng() % 256), factor = static_cast<float>(rng() % 5) * 0.5f;
-        detail::set_filters_fast_enabled(false);
-        const bool ok_plain = f->FiltrerAvecOffsetFacteur(&plain, offset, factor);
-        detail::set_filters_fast_enabled(true);
-        platform::set_thread_count(iter % 2 ? 3 : 1);
-        const bool ok_fast = f->FiltrerAvecOffsetFacteur(&fast, offset, factor);
-        platform::set_thread_count(1);
-        detail::set_filters_fast_enabled(was_fast);
+        bool ok_plain = false, ok_fast = false;
+        {
+            detail::FastPathScope off(false);
+            ok_plain = f->FiltrerAvecOffsetFacteur(&plain, offset, factor);
+        }
+        {
+            detail::FastPathScope on(true);
+            platform::set_thread_count(iter % 2 ? 3 : 1);
+            ok_fast = f->FiltrerAvecOffsetFacteur(&fast, offset, factor);
+            platform::set_thread_count(1);
+        }
         ASSERT_EQ(ok_plain, ok_fast) << iter;
         for (unsigned long i = 0; i < plain.SizeImage(); ++i)
             ASSERT_EQ(plain.GetBits()[i], fast.GetBits()[i]) << "iteration " << iter << ": " << w << "x" << h << "x" << depth

@@ -4,9 +4,9 @@
 
 #include <limits>
 
+#include "core/float_store.h"
+#include "core/pixel.h"
 #include "kevra/lut.h"
-#include "processing/detail/float_store.h"
-#include "processing/detail/pixel.h"
 #include "processing_test.h"
 
 using namespace kevra;

@@ -2,6 +2,7 @@
 // the buffer safety of every depth.
 #include <gtest/gtest.h>
 
+#include "core/fast_path.h"
 #include "processing/detail/median.h"
 #include "processing_test.h"
 
@@ -251,10 +252,14 @@ TEST(Median, FastInteriorMatchesPlain)
             for (int i = 0; i < w * bpp / 8; ++i)
                 a.bits()[r * a.pitch + i] = static_cast<uint8_t>(100 + (i + r) % 7 + (pick(0, 20) == 0 ? 90 : 0));
         Buf b = a;
-        detail::set_median_fast_enabled(false);
-        ASSERT_TRUE(median(a, rc, tol, n));
-        detail::set_median_fast_enabled(true);
-        ASSERT_TRUE(median(b, rc, tol, n));
+        {
+            detail::FastPathScope plain(false);
+            ASSERT_TRUE(median(a, rc, tol, n));
+        }
+        {
+            detail::FastPathScope fast(true);
+            ASSERT_TRUE(median(b, rc, tol, n));
+        }
         ASSERT_TRUE(a.intact() && b.intact()) << iter;
         ASSERT_EQ(proc_test::first_difference(a, b), "")
             << "iter " << iter << " (" << bpp << " bits, " << w << "x" << h << ", n " << n << ")";

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <limits>
 
-#include "filters/detail/convolution.h"
+#include "core/fast_path.h"
 #include "processing_test.h"
 
 using namespace kevra;
@@ -167,12 +167,17 @@ TEST(Unsharp, StreamedGivesThePlainBytes)
         const CRect rc(pick(-3, w + 1), pick(-3, h + 1), pick(-3, w + 3), pick(-3, h + 3));
         Buf plain(w, h, bpp, static_cast<uint32_t>(iter + 1));
         Buf fast = plain;
-        detail::set_filters_fast_enabled(false);
-        const bool ok_plain = unsharp(plain, rc, p);
-        detail::set_filters_fast_enabled(true);
-        platform::set_thread_count(iter % 2 ? 3 : 1);
-        const bool ok_fast = unsharp(fast, rc, p);
-        platform::set_thread_count(1);
+        bool ok_plain = false, ok_fast = false;
+        {
+            detail::FastPathScope off(false);
+            ok_plain = unsharp(plain, rc, p);
+        }
+        {
+            detail::FastPathScope on(true);
+            platform::set_thread_count(iter % 2 ? 3 : 1);
+            ok_fast = unsharp(fast, rc, p);
+            platform::set_thread_count(1);
+        }
         ASSERT_EQ(ok_plain, ok_fast) << iter;
         ASSERT_EQ(proc_test::first_difference(plain, fast), "") << "iteration " << iter << ": " << w << "x" << h << "x" << bpp;
         ASSERT_TRUE(fast.intact()) << iter;

@@ -15,14 +15,12 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/clamp.h"
+#include "core/fast_path.h"
+#include "core/pixel.h"
 #include "kevra/types.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra::detail {
-
-// Run-time switch between the two paths (tests and benchmarks compare them).
-bool filters_fast_enabled();
-void set_filters_fast_enabled(bool enabled);
 
 // The working rectangle turned into plane bounds: columns L..R, buffer rows
 // B..T (B the lowest), all inclusive. Each bound is clamped into the image on

@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-#include "processing/detail/float_store.h"
+#include "core/float_store.h"
 
 namespace kevra::detail {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "processing/detail/pixel.h"
+#include "core/pixel.h"
 
 namespace kevra {
 namespace detail {

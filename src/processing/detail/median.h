@@ -26,16 +26,13 @@
 #include <cstring>
 #include <limits>
 
+#include "core/clamp.h"
+#include "core/fast_path.h"
+#include "core/pixel.h"
 #include "kevra/platform.h"
 #include "kevra/types.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra::detail {
-
-// Run-time switch between the plain interior and the fast one (tests and benchmarks compare
-// them); on by default unless the library is built with KEVRA_MEDIAN_PLAIN_ONLY.
-bool median_fast_enabled();
-void set_median_fast_enabled(bool enabled);
 
 // Optimised bubble sort, ascending. `swapped` is the caller's flag: a sort runs passes only
 // while it is set, and always leaves it clear (the last pass it makes exchanges nothing).
@@ -64,11 +61,6 @@ struct MedianBounds {
     int32_t xs, xe; // interior columns
     int32_t rs, re; // interior rows
 };
-
-inline int32_t clamp_i32(int64_t v, int64_t lo, int64_t hi)
-{
-    return static_cast<int32_t>(clamp_to(v, lo, hi));
-}
 
 // The interior holds the centres whose full window lies inside the image. Columns and rows do
 // not follow the same rule at the far end, deliberately: a row end exactly n rows below the
@@ -147,7 +139,7 @@ public:
         const bool interior_fits = int64_t(b.xs) - n >= 0 && int64_t(b.xe) + n <= src_.width - 1 &&
                                    int64_t(b.rs) - n >= 0 && int64_t(b.re) + n <= src_.height - 1;
         if (interior_fits && b.rs <= b.re && b.xs <= b.xe) {
-            if (!(median_fast_enabled() && !Interior::half_window && integer_sums_exact() &&
+            if (!(fast_paths_enabled() && !Interior::half_window && integer_sums_exact() &&
                   interior_fast(b)))
                 interior_plain(b);
         }

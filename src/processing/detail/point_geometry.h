@@ -10,8 +10,9 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/fast_path.h"
+#include "core/pixel.h"
 #include "kevra/types.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra {
 namespace detail {
@@ -128,11 +129,6 @@ void quick_rotate_ref(const View<Px> &src, const View<Px> &dst, int angle, int32
     }
 }
 
-// Run-time switch of the tiled quarter turn (on by default); tests and benchmarks turn it off
-// to compare with the plain walk.
-bool rotate_fast_enabled();
-void set_rotate_fast_enabled(bool enabled);
-
 // The same copies in 32 x 32 tiles, so that the column-wise writes of a quarter turn stay in
 // cache; every pixel is copied exactly once, so the bytes are those of the plain walk. The half
 // turn maps rows to rows and gains nothing from tiles.
@@ -140,7 +136,7 @@ template <class Px>
 void quick_rotate(const View<Px> &src, const View<Px> &dst, int angle)
 {
     const int32_t w = src.width, h = src.height;
-    if (!rotate_fast_enabled() || angle == 1) {
+    if (!fast_paths_enabled() || angle == 1) {
         quick_rotate_ref(src, dst, angle, 0, h, 0, w);
         return;
     }

@@ -11,24 +11,12 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/float_store.h"
+#include "core/pixel.h"
 #include "kevra/filtre.h"
 #include "kevra/platform.h"
-#include "processing/detail/float_store.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra::detail {
-
-// A float made an unsigned 16-bit count as the device does it: truncation toward zero into an
-// unsigned 32-bit value (negatives and NaN give 0, values past the range saturate), then the
-// low 16 bits.
-inline uint16_t float_to_u16_device(float f)
-{
-    if (!(f >= 1.0f))
-        return 0;
-    if (f >= 4294967296.0f)
-        return 0xFFFF;
-    return static_cast<uint16_t>(static_cast<uint32_t>(f));
-}
 
 // ---- bilinear -------------------------------------------------------------------------------
 
@@ -110,8 +98,8 @@ bool resample_sinc(View<Px> src, View<Px> dst, unsigned char mode, float sx, flo
     using sample = typename Px::sample;
     constexpr int C = Px::channels;
 
-    const uint16_t kx = float_to_u16_device(static_cast<float>(mode) * sx);
-    const uint16_t ky = float_to_u16_device(static_cast<float>(mode) * sy);
+    const uint16_t kx = count_u16(static_cast<float>(mode) * sx);
+    const uint16_t ky = count_u16(static_cast<float>(mode) * sy);
     if (kx > 32767 || ky > 32767)
         return false;
     CFiltre filter(CFiltre::Filtre_SinusCardinal, static_cast<unsigned short>(2 * kx + 1),

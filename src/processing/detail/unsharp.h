@@ -17,6 +17,10 @@
 #include <memory>
 #include <vector>
 
+#include "core/clamp.h"
+#include "core/fast_path.h"
+#include "core/float_store.h"
+#include "core/pixel.h"
 #include "core/row_threads.h"
 #include "filters/detail/convolution.h"
 #include "filters/detail/stream.h"
@@ -24,9 +28,6 @@
 #include "kevra/platform.h"
 #include "kevra/traitement_base.h"
 #include "kevra/types.h"
-#include "processing/detail/float_store.h"
-#include "processing/detail/pixel.h"
-#include "processing/detail/resample.h"
 
 namespace kevra::detail {
 
@@ -35,7 +36,7 @@ struct UnsharpParams {
 };
 
 // The filter radius: rayon truncated toward zero as an unsigned count, 16 bits kept.
-inline uint16_t unsharp_radius(float rayon) { return float_to_u16_device(rayon); }
+inline uint16_t unsharp_radius(float rayon) { return count_u16(rayon); }
 
 // The parameter check. Written as positive tests so that a NaN anywhere fails.
 inline bool unsharp_params_ok(const UnsharpParams &p)
@@ -86,11 +87,6 @@ struct UnsharpBuffers {
         copy = nullptr;
     }
 };
-
-inline int32_t clamp_i32(int64_t v, int64_t lo, int64_t hi)
-{
-    return static_cast<int32_t>(v < lo ? lo : (v > hi ? hi : v));
-}
 
 // ---- the streamed schedule -------------------------------------------------------------------
 //
@@ -260,7 +256,7 @@ bool unsharp_rect(unsigned char bpp, long width, long height, void *bits, const 
         return false;
 
     // Nothing of the image changes when the rectangle misses it; the plain steps say so.
-    if (filters_fast_enabled() && !clip_rect(w, h, rect).empty()) {
+    if (fast_paths_enabled() && !clip_rect(w, h, rect).empty()) {
         if (bpp == 8)
             return unsharp_rect_streamed<Grey8>(width, height, bits, rect, widened, r, p, max_value, median_simple);
         if (bpp == 16)

@@ -8,8 +8,8 @@
 // truncated to a 64-bit integer when it fits (so -1.5 -> -1 -> 0xFF/0xFFFF,
 // i.e. two's-complement wrap of the truncated value), and anything outside the
 // 64-bit range, or NaN, stores 0. Callers clamp first when it matters.
-#ifndef KEVRA_PROCESSING_DETAIL_FLOAT_STORE_H
-#define KEVRA_PROCESSING_DETAIL_FLOAT_STORE_H
+#ifndef KEVRA_CORE_FLOAT_STORE_H
+#define KEVRA_CORE_FLOAT_STORE_H
 
 #include <cstdint>
 
@@ -42,6 +42,18 @@ template <class Sample>
 inline Sample store_sample(float f)
 {
     return static_cast<Sample>(truncate_to_bits(f));
+}
+
+// A float made an unsigned 16-bit count (a filter half-width, a radius): truncation toward zero
+// into an unsigned 32-bit value, where negatives and NaN give 0 and values from 2^32 up
+// saturate, then the low 16 bits. Fixed this way so that every target computes the same count.
+inline uint16_t count_u16(float f)
+{
+    if (!(f >= 1.0f))
+        return 0;
+    if (f >= 4294967296.0f)
+        return 0xFFFF;
+    return static_cast<uint16_t>(static_cast<uint32_t>(f));
 }
 
 } // namespace detail

@@ -1,20 +1,17 @@
-// Table kernels shared by the grey and colour look-up tables and by the operations that build
-// a local table (negative, histogram stretch). Instantiated in src/lut/lut.cpp for uint8_t and
-// uint16_t entries.
-#ifndef KEVRA_PROCESSING_DETAIL_LUT_H
-#define KEVRA_PROCESSING_DETAIL_LUT_H
+// Table kernels of the grey and colour look-up tables, instantiated in src/lut/lut.cpp for
+// uint8_t and uint16_t entries. The entry-count rule, which the operations building a local
+// table share, is in core/pixel.h.
+#ifndef KEVRA_LUT_DETAIL_TABLE_KERNELS_H
+#define KEVRA_LUT_DETAIL_TABLE_KERNELS_H
 
 #include <cmath>
 #include <cstdint>
 
-#include "processing/detail/float_store.h"
-#include "processing/detail/pixel.h"
+#include "core/float_store.h"
+#include "core/pixel.h"
 
 namespace kevra {
 namespace detail {
-
-// The one entry-count rule of every table: 65536 entries at depth 16, else 256.
-inline int32_t lut_entries(unsigned bpp) { return bpp == 16 ? 65536 : 256; }
 
 // One entry of the brightness/contrast/gamma table. The precision of each step is part of the
 // result: x in single precision, the power in double rounded back to single, then
