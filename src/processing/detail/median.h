@@ -249,21 +249,22 @@ private:
         const int32_t n = n_;
         const int32_t base = b.xs - n; // first column with a column sum
         const int64_t cols = int64_t(b.xe) + n - base + 1;
-        auto at = [&](int32_t x, int32_t r, int c) -> uint32_t { return src_.pixel(x, r)[c]; };
+        const int64_t run = cols * channels; // column sums of a row, one per sample
         Hit first;
         for (int32_t r = r0; r <= r1; ++r) {
-            for (int64_t k = 0; k < cols; ++k) {
-                const int32_t x = static_cast<int32_t>(base + k);
-                for (int c = 0; c < channels; ++c) {
-                    uint32_t &cs = colsum[k * channels + c];
-                    if (r == r0) {
-                        cs = 0;
-                        for (int32_t dy = -n; dy <= n; ++dy)
-                            cs += at(x, r + dy, c);
-                    } else {
-                        cs = cs + at(x, r + n, c) - at(x, r - 1 - n, c);
-                    }
+            if (r == r0) {
+                for (int64_t k = 0; k < run; ++k)
+                    colsum[k] = 0;
+                for (int32_t dy = -n; dy <= n; ++dy) {
+                    const sample *row = src_.pixel(base, r + dy);
+                    for (int64_t k = 0; k < run; ++k)
+                        colsum[k] += row[k];
                 }
+            } else {
+                const sample *enters = src_.pixel(base, r + n);
+                const sample *leaves = src_.pixel(base, r - 1 - n);
+                for (int64_t k = 0; k < run; ++k)
+                    colsum[k] = colsum[k] + enters[k] - leaves[k];
             }
             uint32_t window[channels];
             for (int c = 0; c < channels; ++c) {

@@ -104,12 +104,16 @@ struct MedianCopyRows {
     int64_t stride;
     const float *row(int64_t r, float *into) const
     {
-        std::fill(into, into + stride, 0.0f);
-        if (r < widened.r0 || r > widened.r1)
+        if (r < widened.r0 || r > widened.r1 || widened.x0 > widened.x1) {
+            std::fill(into, into + stride, 0.0f);
             return into;
+        }
+        const int64_t f0 = int64_t(widened.x0) * Px::channels, f1 = (int64_t(widened.x1) + 1) * Px::channels;
+        std::fill(into, into + f0, 0.0f);
         const typename Px::sample *s = copy.row(static_cast<int32_t>(r));
-        for (int64_t f = int64_t(widened.x0) * Px::channels; f < (int64_t(widened.x1) + 1) * Px::channels; ++f)
+        for (int64_t f = f0; f < f1; ++f)
             into[f] = static_cast<float>(s[f]);
+        std::fill(into + f1, into + stride, 0.0f);
         return into;
     }
 };
