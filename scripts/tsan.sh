@@ -1,7 +1,8 @@
 #!/bin/sh
 # ThreadSanitizer (Clang) on the tests that use threads: separate images on
 # separate threads, the operations' own row threads, the command line's
-# parallel batch.   scripts/tsan.sh [build-directory]
+# parallel batch (the differential tests of the fast paths run every thread
+# count).   scripts/tsan.sh [build-directory]
 # Skips, saying why, where ThreadSanitizer cannot run a program (some kernels'
 # address-space layouts defeat it; the run is then retried without ASLR).
 set -eu
@@ -39,4 +40,4 @@ cmake --build "$build" -j"$(kevra_jobs)" --target $targets $(cd "$build" && cmak
       grep -q '\.\.\. kevra_cli' && echo kevra_cli)
 cd "$build"
 TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" $runner \
-    ctest --output-on-failure -j"$(kevra_jobs)" -R 'Thread|Parallel'
+    ctest --output-on-failure -j"$(kevra_jobs)" -R 'Thread|Parallel|GivesThePlainBytes|FastPath|FastInterior'
