@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/float_store.h"
 #include "core/pixel.h"
 #include "kevra/platform.h"
 
@@ -13,12 +14,12 @@ namespace detail {
 
 int32_t dpi_to_pels(int32_t dpi)
 {
-    return static_cast<int32_t>(std::floor(static_cast<double>(dpi) * 39.37007874015748 + 0.5));
+    return round_half_up_i32(static_cast<double>(dpi) * 39.37007874015748);
 }
 
 int32_t pels_to_dpi(int32_t pels)
 {
-    return static_cast<int32_t>(std::floor(static_cast<double>(pels) * 0.0254 + 0.5));
+    return round_half_up_i32(static_cast<double>(pels) * 0.0254);
 }
 
 namespace {

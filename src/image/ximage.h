@@ -127,8 +127,8 @@ private:
     bool decode_into(detail::ByteSource & src); // the temporary store's side
     void convert_32_to_24(const uint8_t * src);
 
-    // Fields in their historical order (pitch .. selection box is the
-    // bookkeeping that Copy carries over).
+    // The store's fields (pitch .. selection box is the bookkeeping that Copy
+    // carries over).
     uint8_t * m_dib = nullptr;
     tagBITMAPINFO m_head{}; // only bmiHeader is meaningful
     uint32_t m_pitch = 0;

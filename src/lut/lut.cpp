@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/float_store.h"
 #include "core/image_form.h"
 #include "kevra/dib.h"
 #include "kevra/drawing.h"
@@ -22,17 +23,6 @@ template void apply_table<Grey16>(const View<Grey16> &, const Span &, const uint
 
 namespace {
 
-// Float to a device coordinate by truncation toward zero; values beyond the int range (only
-// from absurd rectangles) stop at its ends.
-int to_coordinate(float f)
-{
-    if (!(f > -2147483648.0f))
-        return f < 0.0f ? INT32_MIN : 0;
-    if (!(f < 2147483648.0f))
-        return INT32_MAX;
-    return static_cast<int>(f);
-}
-
 template <class T>
 void draw_curve(CDC *dc, const CRect &rect, const T *table, int32_t n, unsigned long couleur)
 {
@@ -45,8 +35,8 @@ void draw_curve(CDC *dc, const CRect &rect, const T *table, int32_t n, unsigned 
     const float left = static_cast<float>(rect.left);
     const float bottom = static_cast<float>(rect.bottom);
     for (int32_t i = 0; i < n; ++i) {
-        const int x = to_coordinate(static_cast<float>(i) * sx + left);
-        const int y = to_coordinate(bottom - static_cast<float>(table[i]) * sy);
+        const int x = detail::truncate_i32(static_cast<float>(i) * sx + left);
+        const int y = detail::truncate_i32(bottom - static_cast<float>(table[i]) * sy);
         if (i == 0)
             dc->MoveTo(x, y);
         else
@@ -175,7 +165,7 @@ CLUT_16_Bpp::CLUT_16_Bpp(const unsigned short *pLUT) : CLUT(16)
         detail::identity_table(m_LUT, Donne_NbEntrees());
     } else {
         // 65536 bytes, not entries: only the lower half of the table comes from the array.
-        // Callers have always relied on exactly this; the upper half is left at zero.
+        // Callers rely on exactly this; the upper half is left at zero.
         std::memset(m_LUT, 0, sizeof m_LUT);
         std::memcpy(m_LUT, pLUT, 65536);
     }

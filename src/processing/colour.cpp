@@ -1,7 +1,7 @@
 // Colour operations of the 24-bit class: the RGB/HSL model and the colour adjustments.
 //
-// Two rectangle conventions live side by side here, each kept as the operations have always
-// used it (callers rely on both):
+// Two rectangle conventions live side by side here, each part of its operations' results
+// (callers rely on both):
 //  * half-open (saturation, hue, luminance, whitening): columns left .. right - 1, picture rows
 //    top .. bottom - 1. Through an image form, which passes the inclusive working zone, these
 //    leave the zone's rightmost column and bottom row as they were.

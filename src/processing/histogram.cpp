@@ -161,7 +161,7 @@ bool CTraitementImg_16_Bpp::EgalisationHistogramme(float min, float max, CDibRoo
 }
 
 // ---- 24 bits: the first byte of a pixel is counted as red, the second as green, the third as
-// blue (the reverse of the bitmap's own order; callers have always read them so) -----------------
+// blue (the reverse of the bitmap's own order; the counts are defined so and callers read them so)
 
 bool CTraitementImg_24_Bpp::Donne_HistogrammeRouge(long *const histogramme, long width, long height, void *bits, CRect &rect)
 {

@@ -58,9 +58,10 @@ struct InteriorReciprocalDouble {
     }
 };
 
-// 16-bit interior: single precision throughout (it was made so for speed), mean = sum x (1 / N)
-// with 1 / N in single precision, deviation = tolerance x mean, and strict tests: a centre
-// exactly at mean +- deviation stays, where the 8-bit class would replace it.
+// 16-bit interior: single precision throughout (a deliberate difference from the 8-bit class,
+// part of the 16-bit results), mean = sum x (1 / N) with 1 / N in single precision,
+// deviation = tolerance x mean, and strict tests: a centre exactly at mean +- deviation stays,
+// where the 8-bit class would replace it.
 struct InteriorSingleStrict {
     static constexpr bool half_window = false;
     float inverse;
@@ -87,7 +88,8 @@ struct InteriorSingleStrict {
 // the centre (dy x pitch + dx x 3 > 0: the rows above the centre and the right half of its
 // own row) are gathered, into the first N / 2 slots. The mean still divides by the full N
 // (in double, as a quotient) and the sort takes all N slots, the other half keeping what
-// earlier sorts left there. This half window has always been the 24-bit behaviour and is kept.
+// earlier sorts left there. This half window is the 24-bit rule, kept so that 24-bit results
+// stay reproducible.
 struct InteriorHalfWindowQuotient {
     static constexpr bool half_window = true;
     double full;

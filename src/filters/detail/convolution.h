@@ -48,7 +48,8 @@ inline FilterRegion filter_region(int64_t width, int64_t height, const CRect & r
 // repeated. The full-kernel engines read a shifted run instead: with m taps of
 // a kernel row (or m kernel rows) outside, a tap at p reads p + 2m - 1. For a
 // 3x3 kernel the two agree; for wider user kernels they do not, and the
-// shifted run is what full kernels have always read, so it is kept.
+// shifted run is the full kernels' rule, kept so that their results stay
+// reproducible.
 enum class LowBorder { mirror, shifted_run };
 
 // One axis of the working rectangle (the columns L..R of a row `size` pixels

@@ -170,8 +170,8 @@ public:
             }
 
         // Right band: x1 - xe centres a row, again counted from xs, and a window whose right
-        // limit is taken from the row position (rB - r), not from the column. Both are kept
-        // as they are: they are what the filter has always done.
+        // limit is taken from the row position (rB - r), not from the column. Both are part
+        // of the filter's definition, so its bands give the same bytes on every device.
         for (int32_t r = b.rs; r <= b.re; ++r)
             for (int64_t k = 0; k < int64_t(b.x1) - b.xe; ++k) {
                 const int64_t x = b.xs + k;

@@ -61,9 +61,9 @@ void fill_rows(const View<Px> &v, const Span &s, const PixelValue<Px> &value)
 
 // Left-right mirror: (right - left) / 2 pairs, left + k with right - k, on buffer rows
 // height - bottom .. height - top - 1. So the rectangle's bottom image row is never touched, and
-// with an even pixel count the two centre pixels stay where they are: both are how this mirror
-// has always behaved, and results are compared against it. rc is cut to the image; `scratch`
-// holds one pixel.
+// with an even pixel count the two centre pixels stay where they are: both are part of this
+// mirror's definition (results are exchanged between devices and must stay identical). rc is
+// cut to the image; `scratch` holds one pixel.
 template <class Px>
 void mirror_h_rows(const View<Px> &v, const CRect &rc, typename Px::sample *scratch)
 {

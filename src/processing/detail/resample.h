@@ -13,6 +13,7 @@
 #include <memory>
 #include <vector>
 
+#include "core/clamp.h"
 #include "core/fast_path.h"
 #include "core/float_store.h"
 #include "core/pixel.h"
@@ -42,7 +43,7 @@ inline BilinearTap bilinear_tap(int32_t i, float scale, int32_t source_size)
 {
     const float p = static_cast<float>(i) * scale;
     BilinearTap t;
-    t.i0 = static_cast<int32_t>(p);
+    t.i0 = truncate_i32(p);
     if (t.i0 > source_size - 1) // only a rounding of p could get here; keep it in the source
         t.i0 = source_size - 1;
     t.i1 = t.i0 + 1 > source_size - 1 ? source_size - 1 : t.i0 + 1;
@@ -79,10 +80,7 @@ void resample_bilinear(View<Px> src, View<Px> dst, float sx, float sy)
 // The outer band, whose windows would reach past the source's edge, uses the same kernels with
 // each tap clamped to the nearest edge sample (the edge sample repeated). With that rule the
 // inner region and the band are one and the same loop.
-inline int32_t clamp_index(int64_t p, int32_t size)
-{
-    return static_cast<int32_t>(p < 0 ? 0 : (p > size - 1 ? size - 1 : p));
-}
+inline int32_t clamp_index(int64_t p, int32_t size) { return clamp_i32(p, 0, int64_t(size) - 1); }
 
 // T = S[c] x h0 + sum for m = 1..k of (S[c - m] + S[c + m]) x hm, centre term first.
 template <class Get>
@@ -140,13 +138,13 @@ bool resample_sinc(View<Px> src, View<Px> dst, const SincKernels &k, float sx, f
             float *t = T + int64_t(r) * W2;
             auto get = [&](int32_t x) { return static_cast<float>(row[x * C + c]); };
             for (int32_t i = 0; i < W2; ++i) {
-                const int32_t centre = static_cast<int32_t>(static_cast<float>(i) * sx);
+                const int32_t centre = truncate_i32(static_cast<float>(i) * sx);
                 t[i] = sinc_sum(get, centre, src.width, h, kx);
             }
         }
         // Down: rr = truncate(j x sy), clipped to [0, max_value], truncated.
         for (int32_t j = 0; j < dst.height; ++j) {
-            const int32_t centre = static_cast<int32_t>(static_cast<float>(j) * sy);
+            const int32_t centre = truncate_i32(static_cast<float>(j) * sy);
             sample *out = dst.row(j);
             for (int32_t i = 0; i < W2; ++i) {
                 auto get = [&](int32_t rr) { return T[int64_t(rr) * W2 + i]; };
@@ -183,7 +181,7 @@ bool resample_sinc_fast(View<Px> src, View<Px> dst, const SincKernels &k, float 
     if (centre == nullptr)
         return false;
     for (int32_t i = 0; i < W2; ++i)
-        centre[i] = static_cast<int32_t>(static_cast<float>(i) * sx);
+        centre[i] = truncate_i32(static_cast<float>(i) * sx);
 
     struct Strip {
         RowRing ring;
@@ -223,7 +221,7 @@ bool resample_sinc_fast(View<Px> src, View<Px> dst, const SincKernels &k, float 
         float *acc = st.sums.row(0);
         int64_t next = 0;
         for (int64_t j = rows.first; j <= rows.last; ++j) {
-            const int32_t rr = static_cast<int32_t>(static_cast<float>(j) * sy);
+            const int32_t rr = truncate_i32(static_cast<float>(j) * sy);
             const int64_t lo = clamp_index(int64_t(rr) - ky, H), hi = clamp_index(int64_t(rr) + ky, H);
             if (next < lo)
                 next = lo; // rows no later destination row reads
