@@ -181,7 +181,7 @@ bool resample_sinc_fast(View<Px> src, View<Px> dst, const SincKernels &k, float 
     if (centre == nullptr)
         return false;
     for (int32_t i = 0; i < W2; ++i)
-        centre[i] = static_cast<int32_t>(static_cast<float>(i) * sx);
+        centre[i] = truncate_i32(static_cast<float>(i) * sx);
 
     struct Strip {
         RowRing ring;
@@ -221,7 +221,7 @@ bool resample_sinc_fast(View<Px> src, View<Px> dst, const SincKernels &k, float 
         float *acc = st.sums.row(0);
         int64_t next = 0;
         for (int64_t j = rows.first; j <= rows.last; ++j) {
-            const int32_t rr = static_cast<int32_t>(static_cast<float>(j) * sy);
+            const int32_t rr = truncate_i32(static_cast<float>(j) * sy);
             const int64_t lo = clamp_index(int64_t(rr) - ky, H), hi = clamp_index(int64_t(rr) + ky, H);
             if (next < lo)
                 next = lo; // rows no later destination row reads
