@@ -2,6 +2,7 @@
 // channel levels, application to pixels.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -9,6 +10,7 @@
 
 #include "kevra/dib.h"
 #include "kevra/lut.h"
+#include "processing/processing_test.h"
 #include "support/kevra_test.h"
 
 using namespace kevra;
@@ -275,22 +277,14 @@ TEST(Lut, FiltrerBufferChangesTheInclusiveRectangleOnly)
     for (const auto &t : tables)
         for (const CRect &rc : rects) {
             SCOPED_TRACE(testing::Message() << t.bpp << " bits, rect " << rc.left << "," << rc.top << "," << rc.right << "," << rc.bottom);
-            kevra_test::GuardedBuffer buf(w, h + 2, t.bpp, static_cast<uint32_t>(t.bpp + rc.left));
-            const std::vector<uint8_t> before = buf.bytes();
+            proc_test::Buf buf(w, h + 2, t.bpp, static_cast<uint32_t>(t.bpp + rc.left));
+            const proc_test::Buf before = buf;
             CRect arg = rc;
-            ASSERT_TRUE(t.lut->FiltrerBuffer(w, h, buf.bits() + buf.pitch(), arg));
-            const std::vector<uint8_t> &after = buf.bytes();
-            for (long r = -1; r <= h; ++r)
-                for (long x = 0; x < w; ++x)
-                    for (int c = 0; c < (t.bpp == 24 ? 3 : 1); ++c) {
-                        const long y = h - 1 - r;
-                        const bool in = x >= rc.left && x <= rc.right && y >= rc.top && y <= rc.bottom && y >= 0 && y < h;
-                        const std::size_t at = static_cast<std::size_t>(buf.pitch() * (r + 1) + x * t.bpp / 8 + c);
-                        const int was = t.bpp == 16 ? before[at] | before[at + 1] << 8 : before[at];
-                        const int now = t.bpp == 16 ? after[at] | after[at + 1] << 8 : after[at];
-                        ASSERT_EQ(now, in ? t.want(c, was) : was) << x << "," << r << " sample " << c;
-                    }
-            EXPECT_TRUE(buf.intact());
+            ASSERT_TRUE(t.lut->FiltrerBuffer(w, h, buf.bits() + buf.pitch, arg));
+            // The image's picture row y is row y + 1 of the buffer with its spare rows.
+            const CRect in(std::max(rc.left, 0), std::max(rc.top, 0) + 1, std::min<int>(rc.right, w - 1),
+                           std::min<int>(rc.bottom, h - 1) + 1);
+            proc_test::expect_in_rect(before, buf, in, [&](int v, long, long, int c) { return t.want(c, v); });
         }
     CRect rc(0, 0, 1, 1);
     EXPECT_FALSE(neg8.FiltrerBuffer(w, h, nullptr, rc));

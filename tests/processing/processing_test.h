@@ -16,6 +16,7 @@
 #include "kevra/dib.h"
 #include "kevra/platform.h"
 #include "kevra/traitement.h"
+#include "support/kevra_test.h"
 
 namespace proc_test {
 
@@ -131,16 +132,7 @@ inline std::string first_difference(const Buf &a, const Buf &b)
     return s.str();
 }
 
-// Makes the library's allocations that `fails` selects (by size) fail while alive.
-class FailIf {
-public:
-    explicit FailIf(kevra::platform::allocation_hook fails) : m_prev(kevra::platform::set_allocation_hook(fails)) {}
-    ~FailIf() { kevra::platform::set_allocation_hook(m_prev); }
-
-private:
-    kevra::platform::allocation_hook m_prev;
-};
-inline bool all_sizes(std::size_t) { return true; }
+using kevra_test::FailAllocations;
 
 // An image's pixel bytes; with a seed, first filled with random bytes.
 inline std::vector<uint8_t> image_bytes(kevra::CDibRoot &image, uint32_t seed = 0)

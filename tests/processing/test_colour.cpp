@@ -258,7 +258,7 @@ TEST(ColourImageForms, ZoneCoverageAndRefusals)
     const auto grey0 = proc_test::image_bytes(grey, 3);
     {
         // A 24-bit store whose pixel block could not be allocated: right depth, not IsOK.
-        proc_test::FailIf fail([](std::size_t n) { return n >= 3000; });
+        proc_test::FailAllocations fail(3000);
         EXPECT_FALSE(invalid.Create(CSize(40, 30), 24));
     }
     ASSERT_TRUE(invalid.BitCount() == 24 && !invalid.IsOK());
@@ -353,7 +353,7 @@ TEST(ColourMemo, PublicFormsAndAllocationFallback)
                 EXPECT_TRUE(call(plain));
             }
             detail::FastPathScope on(true);
-            proc_test::FailIf fail([mode](std::size_t) { return mode == 1; });
+            proc_test::FailAllocations fail([mode](std::size_t) { return mode == 1; });
             EXPECT_TRUE(call(other));
             EXPECT_FALSE(mode == 1 && run_model(true, other, rc, 1.0, detail::scale_lightness));
             EXPECT_EQ(proc_test::first_difference(plain, other), "") << op << mode;

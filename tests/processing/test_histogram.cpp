@@ -136,7 +136,7 @@ TEST(EgalisationHistogramme, NoCutIsIdentityAndAllocationFailureLeavesThePixels)
     Buf buf = stretch_case16();
     const auto before = buf.rows();
     CRect all(0, 0, 99, 99);
-    proc_test::FailIf fail([](std::size_t n) { return n >= 65536; });
+    proc_test::FailAllocations fail(65536);
     EXPECT_FALSE(CTraitementImg_16_Bpp().EgalisationHistogramme(0.01f, 0.99f, 100, 100, buf.bits(), all));
     EXPECT_EQ(buf.rows(), before);
 }

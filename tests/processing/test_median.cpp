@@ -221,7 +221,7 @@ TEST(Median, AllocationFailureLeavesTheImage)
     for (int bpp : {8, 16, 24}) {
         Buf b(9, 9, bpp, 3);
         const auto before = b.rows();
-        proc_test::FailIf fail(proc_test::all_sizes);
+        proc_test::FailAllocations fail;
         EXPECT_FALSE(median(b, CRect(0, 0, 8, 8), 0.0, 1)) << bpp;
         EXPECT_EQ(b.rows(), before) << bpp;
     }

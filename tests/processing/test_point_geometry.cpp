@@ -8,7 +8,7 @@
 
 using namespace kevra;
 using proc_test::Buf;
-using proc_test::FailIf;
+using proc_test::FailAllocations;
 using proc_test::image_bytes;
 using proc_test::on_depth;
 
@@ -53,7 +53,7 @@ TEST(PerDepthClasses, WorkerSlotsAndMissingTable)
         Buf buf(3, 3, bpp);
         const auto before = buf.rows();
         CRect rc(0, 0, 2, 2);
-        FailIf fail(fails_size(bpp == 8 ? sizeof(CLUT_8_Bpp) : bpp == 16 ? sizeof(CLUT_16_Bpp) : sizeof(CLUT_24_Bpp)));
+        FailAllocations fail(fails_size(bpp == 8 ? sizeof(CLUT_8_Bpp) : bpp == 16 ? sizeof(CLUT_16_Bpp) : sizeof(CLUT_24_Bpp)));
         EXPECT_TRUE(on_depth(bpp, [&](auto &t) {
             return !t.ReglageContraste(0.0f, 3, 3, buf.bits(), rc) && (bpp == 24 || !t.Negatif(3, 3, buf.bits(), rc));
         })) << bpp;
@@ -136,12 +136,12 @@ TEST(Mirrors, AllocationFailureAndTwiceRestores)
     const auto before = buf.rows();
     CRect rc(0, 0, 4, 5), two(1, 1, 2, 5);
     {
-        FailIf fail(fails_size(3));
+        FailAllocations fail(fails_size(3));
         EXPECT_FALSE(CTraitementImg_24_Bpp().Mirroir_Horizontal(5, 6, buf.bits(), rc));
         EXPECT_TRUE(CTraitementImg_8_Bpp().Mirroir_Horizontal(5, 6, grey.bits(), rc));
     }
     {
-        FailIf fail(fails_size(6)); // the 2-pixel segment
+        FailAllocations fail(fails_size(6)); // the 2-pixel segment
         EXPECT_FALSE(CTraitementImg_24_Bpp().Mirroir_Vertical(5, 6, buf.bits(), two));
     }
     EXPECT_EQ(buf.rows(), before);
@@ -259,7 +259,7 @@ TEST(ImageForms, RefuseNullEmptyInvalidAndOtherDepths)
         SCOPED_TRACE(bpp);
         CDibRoot empty, invalid, own(CSize(6, 5), static_cast<unsigned short>(bpp)), other(CSize(6, 5), bpp == 8 ? 16 : 8);
         {
-            FailIf fail([](std::size_t n) { return n >= 3000; });
+            FailAllocations fail(3000);
             EXPECT_FALSE(invalid.Create(CSize(100, 100), static_cast<unsigned short>(bpp)));
         }
         const auto other0 = image_bytes(other, 3);

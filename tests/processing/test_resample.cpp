@@ -137,7 +137,7 @@ TEST(Resample, RefusalsAndAllocationFailure)
     EXPECT_TRUE(t.Resample(&c24, &d24, 0));
 
     Buf s16(40, 30, 16, 2), d16(20, 15, 16, 3);
-    proc_test::FailIf fail(proc_test::all_sizes);
+    proc_test::FailAllocations fail;
     EXPECT_FALSE(resample(s16, d16, 1));
     EXPECT_TRUE(d16.intact());
 }

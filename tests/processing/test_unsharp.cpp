@@ -116,7 +116,7 @@ TEST(Unsharp, AllocationFailureLeavesTheImage)
 {
     Buf b(12, 10, 24, 8);
     const auto before = b.rows();
-    proc_test::FailIf fail(proc_test::all_sizes);
+    proc_test::FailAllocations fail;
     EXPECT_FALSE(unsharp(b, CRect(0, 0, 11, 9), {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
     EXPECT_FALSE(unsharp_disc(b, CPoint(5, 5), 4, {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
     EXPECT_EQ(b.rows(), before);

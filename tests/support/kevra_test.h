@@ -1,5 +1,5 @@
 // Shared helpers for the Kevra tests: temporary directories, file bytes,
-// guarded pixel buffers, and switches for the platform hooks.
+// and switches for the platform hooks.
 #ifndef KEVRA_TESTS_SUPPORT_KEVRA_TEST_H
 #define KEVRA_TESTS_SUPPORT_KEVRA_TEST_H
 
@@ -10,6 +10,7 @@
 #include <iterator>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kevra/platform.h"
@@ -65,55 +66,17 @@ inline std::string data_file(const std::string & name)
     return std::string(KEVRA_TEST_DATA_DIR) + "/" + name;
 }
 
-// A pixel buffer with the 4-byte row rule, whose row padding and a guard zone
-// after the last row hold a sentinel; intact() tells whether they still do.
-class GuardedBuffer {
-public:
-    static constexpr uint8_t kSentinel = 0xA5;
-    static constexpr std::size_t kGuard = 64;
-
-    GuardedBuffer(int width, int height, int bpp, uint32_t seed = 1)
-        : m_width(width), m_height(height), m_bpp(bpp),
-          m_pitch(((width * bpp + 31) & ~31) / 8),
-          m_bytes(static_cast<std::size_t>(m_pitch) * height + kGuard, kSentinel)
-    {
-        std::mt19937 rng(seed);
-        const int used = (width * bpp + 7) / 8;
-        for (int r = 0; r < height; ++r)
-            for (int i = 0; i < used; ++i)
-                m_bytes[static_cast<std::size_t>(r) * m_pitch + i] = static_cast<uint8_t>(rng());
-    }
-
-    unsigned char * bits() { return m_bytes.data(); }
-    int pitch() const { return m_pitch; }
-    std::vector<uint8_t> & bytes() { return m_bytes; }
-
-    bool intact() const
-    {
-        const int used = (m_width * m_bpp + 7) / 8;
-        for (int r = 0; r < m_height; ++r)
-            for (int i = used; i < m_pitch; ++i)
-                if (m_bytes[static_cast<std::size_t>(r) * m_pitch + i] != kSentinel)
-                    return false;
-        for (std::size_t i = static_cast<std::size_t>(m_pitch) * m_height; i < m_bytes.size(); ++i)
-            if (m_bytes[i] != kSentinel)
-                return false;
-        return true;
-    }
-
-private:
-    int m_width, m_height, m_bpp, m_pitch;
-    std::vector<uint8_t> m_bytes;
-};
-
-// Makes every allocation through the library's helpers fail while alive,
-// or only those of at least min_bytes.
+// Makes every allocation through the library's helpers fail while alive, or
+// only those of at least min_bytes, or those the predicate selects.
 class FailAllocations {
 public:
     explicit FailAllocations(std::size_t min_bytes = 0)
+        : FailAllocations([min_bytes](std::size_t bytes) { return bytes >= min_bytes; })
     {
-        m_previous = kevra::platform::set_allocation_hook(
-            [min_bytes](std::size_t bytes) { return bytes >= min_bytes; });
+    }
+    explicit FailAllocations(kevra::platform::allocation_hook fails)
+        : m_previous(kevra::platform::set_allocation_hook(std::move(fails)))
+    {
     }
     ~FailAllocations() { kevra::platform::set_allocation_hook(m_previous); }
 
