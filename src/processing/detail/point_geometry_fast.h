@@ -1,12 +1,13 @@
-// Fast paths of the negative, the left-right mirror and the quarter turns. Each moves exactly
-// the samples its plain kernel moves (point_geometry.h), only more of them at a time, so the
-// bytes are the same by construction; the differential tests compare both on random buffers.
+// Fast paths of the negative, the mirrors and the turns. Each moves exactly the samples its
+// plain kernel moves (point_geometry.h, and the table walk for the negative), only more of them
+// at a time, so the bytes are the same by construction; the differential tests compare both on
+// random buffers.
 //
 // Written in portable C++: fixed-length inner loops that GCC and Clang turn into vector code
 // (SSE2 on x86-64, NEON on ARM), 64-bit words for byte reversals and transposes. The one
-// exception is the grey left-right mirror, which reverses 16 bytes at a time with SSE2 where the
-// compiler targets it (x86-64 always does) and with 64-bit words everywhere else; both move the
-// same samples.
+// exception is the reversal of grey rows (left-right mirror, half turn), which reverses 16
+// bytes at a time with SSE2 where the compiler targets it (x86-64 always does) and with 64-bit
+// words everywhere else; both move the same samples.
 #ifndef KEVRA_PROCESSING_DETAIL_POINT_GEOMETRY_FAST_H
 #define KEVRA_PROCESSING_DETAIL_POINT_GEOMETRY_FAST_H
 
