@@ -46,7 +46,8 @@ bool turn(int bpp, Buf &b, Buf &out, const CRect &rc, std::vector<long> &, uint3
     const auto angle = static_cast<CTraitementImgBase::e_angle>(seed % 3);
     if (angle == CTraitementImgBase::e_Angle180)
         out = Buf(b.w, b.h, bpp, 3);
-    return on_depth(bpp, [&](auto &t) { return t.QuickRotate(angle, b.w, b.h, b.bits(), r, out.w, out.h, out.bits()); });
+    return on_depth(bpp,
+                    [&](auto &t) { return t.QuickRotate(angle, b.w, b.h, b.bits(), r, out.w, out.h, out.bits()); });
 }
 
 bool histogram(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &counts, uint32_t)

@@ -130,13 +130,15 @@ void quick_rotate_ref(const View<Px> &src, const View<Px> &dst, int angle, int32
     }
 }
 
-// The turns. The quarter turns have a fast path (point_geometry_fast.h) that moves the same
-// samples in blocks; the half turn maps rows to rows and takes the plain walk.
+// The turns, with a fast path (point_geometry_fast.h) that moves the same samples in blocks.
 template <class Px>
 void quick_rotate(const View<Px> &src, const View<Px> &dst, int angle)
 {
-    if (fast_paths_enabled() && angle != 1) {
-        quarter_turn_fast<Px>(src, dst, angle);
+    if (fast_paths_enabled()) {
+        if (angle == 1)
+            half_turn_fast<Px>(src, dst);
+        else
+            quarter_turn_fast<Px>(src, dst, angle);
         return;
     }
     quick_rotate_ref(src, dst, angle, 0, src.height, 0, src.width);

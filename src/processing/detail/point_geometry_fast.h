@@ -1,12 +1,13 @@
-// Fast paths of the negative, the left-right mirror and the quarter turns. Each moves exactly
-// the samples its plain kernel moves (point_geometry.h), only more of them at a time, so the
-// bytes are the same by construction; the differential tests compare both on random buffers.
+// Fast paths of the negative, the mirrors and the turns. Each moves exactly the samples its
+// plain kernel moves (point_geometry.h, and the table walk for the negative), only more of them
+// at a time, so the bytes are the same by construction; the differential tests compare both on
+// random buffers.
 //
 // Written in portable C++: fixed-length inner loops that GCC and Clang turn into vector code
 // (SSE2 on x86-64, NEON on ARM), 64-bit words for byte reversals and transposes. The one
-// exception is the grey left-right mirror, which reverses 16 bytes at a time with SSE2 where the
-// compiler targets it (x86-64 always does) and with 64-bit words everywhere else; both move the
-// same samples.
+// exception is the reversal of grey rows (left-right mirror, half turn), which reverses 16
+// bytes at a time with SSE2 where the compiler targets it (x86-64 always does) and with 64-bit
+// words everywhere else; both move the same samples.
 #ifndef KEVRA_PROCESSING_DETAIL_POINT_GEOMETRY_FAST_H
 #define KEVRA_PROCESSING_DETAIL_POINT_GEOMETRY_FAST_H
 
@@ -418,6 +419,73 @@ inline void quarter_turn_grey16(const View<Grey16> &src, const View<Grey16> &dst
 inline void quarter_turn_bgr24(const View<Bgr24> &src, const View<Bgr24> &dst, int angle)
 {
     turn_tiles<Bgr24, 8, 8>(src, dst, angle, turn_block24);
+}
+
+// ---- half turn ----------------------------------------------------------------------------------
+// Source pixel (x, r) goes to (W - 1 - x, H - 1 - r): each source row is copied reversed into
+// the opposite destination row, 16 or 8 bytes at a time for grey samples; 24-bit pixels move as
+// 4-byte words written in increasing address order (see turn_block24), the last one as 3 bytes.
+
+inline void reverse_copy_bytes(const uint8_t *s, uint8_t *d, int32_t w)
+{
+    int32_t x = 0;
+#if defined(__SSE2__)
+    for (; x + 16 <= w; x += 16)
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(d + w - 16 - x),
+                         reverse_bytes_sse2(_mm_loadu_si128(reinterpret_cast<const __m128i *>(s + x))));
+#endif
+    for (; x + 8 <= w; x += 8)
+        store_word(d + w - 8 - x, reverse_bytes(load_word(s + x)));
+    for (; x < w; ++x)
+        d[w - 1 - x] = s[x];
+}
+
+inline void reverse_copy_shorts(const uint16_t *s, uint16_t *d, int32_t w)
+{
+    int32_t x = 0;
+#if defined(__SSE2__)
+    for (; x + 8 <= w; x += 8)
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(d + w - 8 - x),
+                         reverse_shorts_sse2(_mm_loadu_si128(reinterpret_cast<const __m128i *>(s + x))));
+#endif
+    for (; x + 4 <= w; x += 4)
+        store_word(d + w - 4 - x, reverse_shorts(load_word(s + x)));
+    for (; x < w; ++x)
+        d[w - 1 - x] = s[x];
+}
+
+// Destination pixel j is source pixel w - 1 - j; only the source's last pixel (j = 0) is read
+// as 3 bytes, since the byte after it may end the buffer.
+inline void reverse_copy_triples(const uint8_t *s, uint8_t *d, int32_t w)
+{
+    for (int32_t j = 0; j < w; ++j) {
+        const uint8_t *from = s + 3 * static_cast<std::ptrdiff_t>(w - 1 - j);
+        uint32_t px = 0;
+        if (j == 0)
+            std::memcpy(&px, from, 3);
+        else
+            px = load_pixel4(from);
+        uint8_t *to = d + 3 * static_cast<std::ptrdiff_t>(j);
+        if (j + 1 < w)
+            std::memcpy(to, &px, 4);
+        else
+            std::memcpy(to, &px, 3);
+    }
+}
+
+template <class Px>
+void half_turn_fast(const View<Px> &src, const View<Px> &dst)
+{
+    for (int32_t r = 0; r < src.height; ++r) {
+        const typename Px::sample *s = src.row(r);
+        typename Px::sample *d = dst.row(src.height - 1 - r);
+        if constexpr (Px::channels == 3)
+            reverse_copy_triples(s, d, src.width);
+        else if constexpr (sizeof(typename Px::sample) == 2)
+            reverse_copy_shorts(s, d, src.width);
+        else
+            reverse_copy_bytes(s, d, src.width);
+    }
 }
 
 // Angle 0 or 2, sizes already checked (dst is H wide and W high).
