@@ -5,7 +5,7 @@
 kevra_packages="cmake g++ make libgtest-dev"
 # What adds a part (benchmarks, the command line and its formats, the Python
 # module); each part is left out with a one-line reason when its package is missing.
-kevra_optional_packages="libbenchmark-dev libcli11-dev libopenimageio-dev openimageio-tools dcmtk"
+kevra_optional_packages="libbenchmark-dev libcli11-dev libopenimageio-dev openimageio-tools dcmtk python3-dev python3-pybind11 pybind11-dev python3-numpy python3-pytest pkg-config"
 
 kevra_missing() {
     missing=""

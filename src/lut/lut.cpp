@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/fast_path.h"
 #include "core/float_store.h"
 #include "core/image_form.h"
 #include "kevra/dib.h"
@@ -139,8 +140,11 @@ bool CLUT_8_Bpp::FiltrerBuffer(long width, long height, void *bits, CRect &rect)
 {
     if (bits == nullptr)
         return false;
-    detail::apply_table(detail::view<detail::Grey8>(width, height, static_cast<unsigned char *>(bits)),
-                        detail::table_span(width, height, rect), m_LUT);
+    const auto v = detail::view<detail::Grey8>(width, height, static_cast<unsigned char *>(bits));
+    if (detail::fast_paths_enabled())
+        detail::apply_table_fast(v, detail::table_span(width, height, rect), m_LUT);
+    else
+        detail::apply_table(v, detail::table_span(width, height, rect), m_LUT);
     return true;
 }
 
@@ -212,8 +216,11 @@ bool CLUT_16_Bpp::FiltrerBuffer(long width, long height, void *bits, CRect &rect
 {
     if (bits == nullptr)
         return false;
-    detail::apply_table(detail::view<detail::Grey16>(width, height, static_cast<unsigned char *>(bits)),
-                        detail::table_span(width, height, rect), m_LUT);
+    const auto v = detail::view<detail::Grey16>(width, height, static_cast<unsigned char *>(bits));
+    if (detail::fast_paths_enabled())
+        detail::apply_table_fast(v, detail::table_span(width, height, rect), m_LUT);
+    else
+        detail::apply_table(v, detail::table_span(width, height, rect), m_LUT);
     return true;
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <system_error>
 
+#include "core/fast_path.h"
 #include "kevra/drawing.h"
 #include "kevra/platform.h"
 #include "lut/detail/ini_file.h"
@@ -239,9 +240,13 @@ bool CLUT_24_Bpp::FiltrerBuffer(long width, long height, void *bits, CRect &rect
 {
     if (bits == nullptr)
         return false;
-    detail::apply_tables_bgr(detail::view<detail::Bgr24>(width, height, static_cast<unsigned char *>(bits)),
-                             detail::table_span(width, height, rect), m_LUTBleu.Donne_Table(),
-                             m_LUTVert.Donne_Table(), m_LUTRouge.Donne_Table());
+    const auto v = detail::view<detail::Bgr24>(width, height, static_cast<unsigned char *>(bits));
+    if (detail::fast_paths_enabled())
+        detail::apply_tables_bgr_fast(v, detail::table_span(width, height, rect), m_LUTBleu.Donne_Table(),
+                                      m_LUTVert.Donne_Table(), m_LUTRouge.Donne_Table());
+    else
+        detail::apply_tables_bgr(v, detail::table_span(width, height, rect), m_LUTBleu.Donne_Table(),
+                                 m_LUTVert.Donne_Table(), m_LUTRouge.Donne_Table());
     return true;
 }
 

@@ -13,6 +13,7 @@
 #include "core/fast_path.h"
 #include "core/pixel.h"
 #include "kevra/types.h"
+#include "processing/detail/point_geometry_fast.h"
 
 namespace kevra {
 namespace detail {
@@ -129,23 +130,16 @@ void quick_rotate_ref(const View<Px> &src, const View<Px> &dst, int angle, int32
     }
 }
 
-// The same copies in 32 x 32 tiles, so that the column-wise writes of a quarter turn stay in
-// cache; every pixel is copied exactly once, so the bytes are those of the plain walk. The half
-// turn maps rows to rows and gains nothing from tiles.
+// The turns. The quarter turns have a fast path (point_geometry_fast.h) that moves the same
+// samples in blocks; the half turn maps rows to rows and takes the plain walk.
 template <class Px>
 void quick_rotate(const View<Px> &src, const View<Px> &dst, int angle)
 {
-    const int32_t w = src.width, h = src.height;
-    if (!fast_paths_enabled() || angle == 1) {
-        quick_rotate_ref(src, dst, angle, 0, h, 0, w);
+    if (fast_paths_enabled() && angle != 1) {
+        quarter_turn_fast<Px>(src, dst, angle);
         return;
     }
-    constexpr int32_t kTile = 32;
-    for (int32_t r0 = 0; r0 < h; r0 += kTile) {
-        const int32_t r1 = h - r0 > kTile ? r0 + kTile : h;
-        for (int32_t x0 = 0; x0 < w; x0 += kTile)
-            quick_rotate_ref(src, dst, angle, r0, r1, x0, w - x0 > kTile ? x0 + kTile : w);
-    }
+    quick_rotate_ref(src, dst, angle, 0, src.height, 0, src.width);
 }
 
 extern template void fill_rows<Grey8>(const View<Grey8> &, const Span &, const PixelValue<Grey8> &);

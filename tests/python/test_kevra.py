@@ -1,0 +1,387 @@
+"""Tests of the kevra Python module: results equal to the C++ library's and to the
+kevra command line's on the same input (byte for byte, each family, each depth),
+round trips, refusals. Run by ctest (see CMakeLists.txt for the environment)."""
+import os
+import struct
+import subprocess
+import sys
+import threading
+import time
+
+import numpy as np
+import pytest
+
+import kevra
+
+PYREF = os.environ.get("KEVRA_PYREF")
+CLI = os.environ.get("KEVRA_CLI")
+DATA = os.path.join(os.path.dirname(__file__), "..", "data")
+needs_cli = pytest.mark.skipif(not CLI, reason="the kevra command line is not built")
+
+
+def read_bmp_plain(path):
+    """BMP reader independent of the module: top row first, colour as (B, G, R) bytes."""
+    d = open(path, "rb").read()
+    off, = struct.unpack_from("<I", d, 10)
+    w, h, _, bits = struct.unpack_from("<iiHH", d, 18)
+    pitch = (w * bits + 31) // 32 * 4
+    rows = np.frombuffer(d, np.uint8, pitch * abs(h), off).reshape(abs(h), pitch)
+    rows = rows[::-1] if h > 0 else rows
+    if bits == 8:
+        return rows[:, :w].copy()
+    if bits == 16:
+        return rows[:, :2 * w].copy().view("<u2").astype(np.uint16)
+    return rows[:, :3 * w].reshape(abs(h), w, 3).copy()
+
+
+def sample(bits, w=37, h=23, seed=7):
+    """A smooth picture with noise and outliers (odd width: padded rows)."""
+    rng = np.random.default_rng(seed + bits)
+    y, x = np.mgrid[0:h, 0:w]
+    top = 65535 if bits == 16 else 255
+    base = (x * 0.6 + y * 0.4) / (w * 0.6 + h * 0.4) * top * 0.8
+    if bits == 24:
+        base = np.stack([base, base[::-1] * 0.7, base[:, ::-1] * 0.9], axis=2)
+    noisy = base + rng.normal(0, top * 0.03, base.shape)
+    noisy.flat[rng.integers(0, noisy.size, noisy.size // 20)] = top
+    return np.clip(noisy, 0, top).astype(np.uint16 if bits == 16 else np.uint8)
+
+
+def as_bgr(a):
+    return a if a.ndim == 2 else a[:, :, ::-1]
+
+
+def run(args):
+    p = subprocess.run(args, capture_output=True, text=True)
+    assert p.returncode == 0, p.stderr
+    return p.stdout
+
+
+def cli_process(tmp_path, a, options, zone=None):
+    src, dst = tmp_path / "in.bmp", tmp_path / "out.bmp"
+    kevra.write_bmp(str(src), a, channels="rgb" if a.ndim == 3 else None)
+    run([CLI, "process", str(src), str(dst)] + (["--zone", ",".join(map(str, zone))] if zone else []) + options)
+    return read_bmp_plain(dst)
+
+
+def reference(tmp_path, a, op, *args, zone=None):
+    """The C++ library's result (kevra_pyref) for the same input, as B, G, R."""
+    src, dst = tmp_path / "ref_in.bmp", tmp_path / "ref_out.bmp"
+    kevra.write_bmp(str(src), a, channels="rgb" if a.ndim == 3 else None)
+    z = ["--zone", ",".join(map(str, zone))] if zone else []
+    run([PYREF] + z + [op, str(src), str(dst)] + [str(v) for v in args])
+    return read_bmp_plain(dst)
+
+
+# ---- arrays, files, round trips --------------------------------------------------
+
+def test_fixtures_read_top_row_first_in_the_chosen_channel_order():
+    rgb = [[[255, 0, 0], [0, 255, 0], [0, 0, 255]], [[10, 20, 30], [40, 50, 60], [70, 80, 90]]]
+    for name in ("rgb24.bmp", "rgb24_topdown.bmp"):
+        assert kevra.read_bmp(os.path.join(DATA, name), channels="rgb").tolist() == rgb
+        assert kevra.read_bmp(os.path.join(DATA, name), channels="bgr").tolist() == [
+            [p[::-1] for p in row] for row in rgb]
+    # An 8-bit file gives its palette indices (this file's palette lists its levels in picture order).
+    grey = kevra.read_bmp(os.path.join(DATA, "grey8.bmp"))
+    assert grey.dtype == np.uint8 and grey.tolist() == np.arange(21).reshape(3, 7).tolist()
+
+
+@pytest.mark.parametrize("bits", [8, 16, 24])
+@pytest.mark.parametrize("shape", [(23, 37), (1, 1), (1, 5), (6, 1)])
+def test_round_trips(tmp_path, bits, shape):
+    a = sample(bits, w=shape[1], h=shape[0])
+    ch = "rgb" if bits == 24 else None
+    views = [a, a[::-1, ::2], np.asfortranarray(a)]  # strided and Fortran-ordered views are read as they are
+    for v in views:
+        assert np.array_equal(kevra.Dib(v, channels=ch).to_array(channels=ch), v)
+    if bits == 24:
+        assert np.array_equal(kevra.Dib(a, channels="rgb").to_array(channels="bgr"), a[:, :, ::-1])
+    path = str(tmp_path / "x.bmp")
+    kevra.write_bmp(path, a, channels=ch)
+    assert np.array_equal(read_bmp_plain(path), as_bgr(a))
+    assert np.array_equal(kevra.read_bmp(path, channels=ch), a)
+    d = kevra.Dib.read(path)
+    assert (d.width, d.height, d.bits, d.zone) == (shape[1], shape[0], bits, (0, 0, shape[1] - 1, shape[0] - 1))
+    # The C++ library loads and saves the module's file to the same bytes.
+    assert np.array_equal(reference(tmp_path, a, "copy"), as_bgr(a))
+
+
+def test_dib_zone_and_depth_conversion(tmp_path):
+    a = sample(16)
+    d = kevra.Dib(a)
+    d.zone = (50, 40, -10, 5)
+    assert d.zone == (0, 5, 36, 22)
+    for bits, src in ((8, a), (16, sample(8))):
+        expected = reference(tmp_path, src, "convert", bits)
+        assert np.array_equal(kevra.convert(src, bits), expected)
+        assert np.array_equal(kevra.Dib(src).copy_to_bits(bits).to_array(), expected)
+
+
+# ---- each family against the command line (the sequencer runs the same members) --
+
+ZONE = (3, 2, 30, 19)
+# (function call, command-line options, depths, takes a zone)
+AGAINST_CLI = [
+    (lambda a, **k: kevra.negative(a, **k), ["--negative"], (8, 16, 24), True),
+    (lambda a, **k: kevra.mirror_horizontal(a, **k), ["--mirror-horizontal"], (8, 16, 24), True),
+    (lambda a, **k: kevra.mirror_vertical(a, **k), ["--mirror-vertical"], (8, 16, 24), True),
+    (lambda a, **k: kevra.rotate(a, 90, **k), ["--rotate", "90"], (8, 16, 24), False),
+    (lambda a, **k: kevra.rotate(a, 270, **k), ["--rotate", "270"], (24,), False),
+    (lambda a, **k: kevra.stretch(a, 0.05, 0.9, **k), ["--stretch", "0.05,0.9"], (8, 16, 24), True),
+    (lambda a, **k: kevra.resample(a, 20, 31, **k), ["--resample", "20x31"], (8, 16, 24), False),
+    (lambda a, **k: kevra.resample(a, 11, 7, 2, **k), ["--resample", "11x7,2"], (8, 16, 24), False),
+    (lambda a, **k: kevra.median(a, 0.1, 3, **k), ["--median", "0.1,3"], (8, 16, 24), True),
+    (lambda a, **k: kevra.unsharp(a, 2.5, 1.5, 0.8, 2, **k), ["--unsharp", "2.5,1.5,0.8,2"], (8, 16, 24), True),
+    (lambda a, **k: kevra.unsharp_disc(a, 17, 9, 8, 2, 2.0, **k), ["--unsharp-disc", "17,9,8,2,2"], (8, 16, 24), False),
+    (lambda a, **k: kevra.filter(a, "gaussian", 5, 1.3, **k), ["--filter", "gaussian,5,1.3"], (8, 16, 24), True),
+    (lambda a, **k: kevra.filter(a, "sinc", 7, 2, **k), ["--filter", "sinc,7,2"], (8, 24), True),
+    (lambda a, **k: kevra.filter(a, 6, **k), ["--filter", "laplacian"], (8, 16, 24), True),
+    (lambda a, **k: kevra.Filter("gradient-diagonal").apply(a, offset=32768.5 if a.dtype == np.uint16 else 128.5, **k),
+     ["--filter", "gradient-diagonal"], (8, 16, 24), True),
+    (lambda a, **k: kevra.tone(a, 0.05, 1.2, 0.8, **k), ["--brightness", "0.05", "--contrast", "1.2", "--gamma", "0.8"],
+     (8, 16, 24), True),
+    (lambda a, **k: kevra.saturation(a, 150, **k), ["--saturation", "150"], (24,), True),
+    (lambda a, **k: kevra.hue(a, 60, **k), ["--hue", "60"], (24,), True),
+    (lambda a, **k: kevra.whiten(a, 120, **k), ["--whiten", "120"], (24,), True),
+    (lambda a, **k: kevra.black_white(a, **k), ["--black-white"], (24,), True),
+    (lambda a, **k: kevra.palette(a, "false-colour-1", **k), ["--lut-palette", "21"], (24,), True),
+    (lambda a, **k: kevra.levels(a, 20, -30, 5, **k), ["--red", "20", "--green=-30", "--blue", "5"], (24,), True),
+]
+
+
+def by_depth(table, name):
+    """One case per depth an entry applies to, named after the entry."""
+    return [pytest.param(bits, *entry[:2], *entry[3:], id=f"{bits}-{name(entry)}") for entry in table for bits in entry[2]]
+
+
+@needs_cli
+@pytest.mark.parametrize("bits,call,options,zoned", by_depth(AGAINST_CLI, lambda e: " ".join(e[1])))
+def test_operation_equals_command_line(tmp_path, bits, call, options, zoned):
+    a = sample(bits)
+    kw = {"channels": "rgb"} if bits == 24 else {}
+    for zone in ((None, ZONE) if zoned else (None,)):
+        got = call(a, zone=zone, **kw) if zone else call(a, **kw)
+        assert got.dtype == a.dtype
+        assert np.array_equal(as_bgr(got), cli_process(tmp_path, a, options, zone)), zone
+
+
+CHAINS = [
+    (8, ["--mirror-horizontal", "--median", "0.2,3", "--unsharp", "2,1.5", "--gamma", "0.8", "--stretch", "0.01,0.99"]),
+    (16, ["--rotate", "90", "--median", "0.05,4", "--filter", "mean,3", "--unsharp", "radius=3,gain+=2,gain-=1",
+          "--resample", "30x40,1", "--negative", "--brightness", "0.1", "--stretch", "0.02,0.98"]),
+    (24, ["--mirror-vertical", "--unsharp-disc", "10,10,6,2,1.5", "--black-white", "--saturation", "120",
+          "--hue", "90", "--whiten", "110", "--lut-palette", "blue", "--contrast", "1.1", "--red", "10"]),
+]
+
+
+@needs_cli
+@pytest.mark.parametrize("bits,options", CHAINS)
+@pytest.mark.parametrize("zone", [None, ZONE])
+def test_chain_gives_the_command_lines_bytes(tmp_path, bits, options, zone):
+    a = sample(bits)
+    ch = "bgr" if bits == 24 else None
+    got = kevra.Chain.from_options(options).run(a, zone=zone, channels=ch)
+    assert np.array_equal(got, cli_process(tmp_path, a[..., ::-1] if bits == 24 else a, options, zone))
+
+
+def test_chain_methods_build_the_options_steps():
+    c = kevra.Chain().gamma(0.8).unsharp(2, 1.5).median(0.2, 3).rotate(180).red(-5).lut_palette(23)
+    assert c.steps == ["--rotate 180", "--median 0.2,3", "--unsharp 2,1.5,1.5,0,0", "--lut-palette 23",
+                       "--gamma 0.8", "--red -5"]
+    a = sample(24)
+    assert np.array_equal(c.run(a, channels="rgb"), kevra.Chain.from_options(
+        ["--gamma=0.8", "--unsharp", "2,1.5", "--median", "0.2,3", "--rotate", "180", "--red=-5",
+         "--lut-palette", "23"]).run(a, channels="rgb"))
+
+
+# ---- members outside the sequencer, against the C++ library ---------------------
+
+KERNEL = np.array([[0, 1, 2], [-1, 0.5, 1], [-2, -1, 0.25]], np.float32)  # asymmetric: tells the row order
+AGAINST_CPP = [
+    # (function call, kevra_pyref operation and arguments, depths)
+    (lambda a, **k: kevra.fill(a, 200, **k), ("fill", 200), (8,)),
+    (lambda a, **k: kevra.fill(a, 40000, **k), ("fill", 40000), (16,)),
+    (lambda a, **k: kevra.fill(a, (10, 20, 30), **k), ("fill", 10 << 16 | 20 << 8 | 30), (24,)),
+    (lambda a, **k: kevra.brightness(a, 0.1, **k), ("brightness", 0.1), (8, 16, 24)),
+    (lambda a, **k: kevra.contrast(a, 1.3, **k), ("contrast", 1.3), (8, 16, 24)),
+    (lambda a, **k: kevra.gamma(a, 0.7, **k), ("gamma", 0.7), (8, 16, 24)),
+    (lambda a, **k: kevra.tone(a, -0.1, 0.9, 1.4, **k), ("tone", -0.1, 0.9, 1.4), (8, 16, 24)),
+    (lambda a, **k: kevra.luminance(a, 80, **k), ("luminance", 80), (24,)),
+    (lambda a, **k: kevra.levels(a, -20, 0, 40, **k), ("levels", -20, 0, 40), (24,)),
+    (lambda a, **k: kevra.Filter.kernel(KERNEL).apply(a, **k), ("kernel", "none", 1, 3, 3, *KERNEL[::-1].ravel()),
+     (8, 16, 24)),
+    (lambda a, **k: kevra.Filter.kernel(KERNEL).apply(a, offset=20, factor=0.5, **k),
+     ("kernel", 20, 0.5, 3, 3, *KERNEL[::-1].ravel()), (8, 16, 24)),
+    (lambda a, **k: kevra.Filter.separable("ramp", 5, "sine", 3, 1, 1).apply(a, **k), ("separable", 2, 5, 4, 3, 1, 1),
+     (8, 16, 24)),
+]
+
+
+def lut_call(a, **k):
+    lut = {np.dtype(np.uint8): kevra.CLUT_8_Bpp, np.dtype(np.uint16): kevra.CLUT_16_Bpp}.get(
+        a.dtype if a.ndim == 2 else None, kevra.CLUT_24_Bpp)()
+    lut.SetLuminositeConstrateGamma(0.05, 1.2, 0.9)
+    if a.ndim == 3:
+        lut.ReglageRouge(30)
+    return lut.apply(a, **k)
+
+
+AGAINST_CPP.append((lut_call, ("lut", 0.05, 1.2, 0.9), (8, 16, 24)))
+
+
+@pytest.mark.skipif(not PYREF, reason="kevra_pyref is not built")
+@pytest.mark.parametrize("bits,call,ref", by_depth(AGAINST_CPP, lambda e: " ".join(map(str, e[1][:2]))))
+def test_operation_equals_cpp_library(tmp_path, bits, call, ref):
+    a = sample(bits)
+    kw = {"channels": "rgb"} if bits == 24 else {}
+    for zone in (None, ZONE):
+        got = call(a, zone=zone, **kw) if zone else call(a, **kw)
+        assert np.array_equal(as_bgr(got), reference(tmp_path, a, *ref, zone=zone)), zone
+
+
+@pytest.mark.skipif(not PYREF, reason="kevra_pyref is not built")
+@pytest.mark.parametrize("bits", [8, 16, 24])
+def test_histograms_equal_cpp_library(tmp_path, bits):
+    a = sample(bits)
+    src = tmp_path / "h.bmp"
+    kevra.write_bmp(str(src), a, channels="bgr" if bits == 24 else None)
+    lines = run([PYREF, "--zone", "1,2,20,9", "histogram", str(src)]).split("\n")
+    counts = np.array([[int(v) for v in line.split()] for line in lines if line])
+    got = kevra.histogram(a, zone=(1, 2, 20, 9), channels="bgr" if bits == 24 else None)
+    assert np.array_equal(got, counts if bits == 24 else counts[0]) and got.sum() == (3 if bits == 24 else 1) * 160
+    if bits == 24:
+        # One row per channel of the array, whichever order it is said to be in.
+        assert np.array_equal(kevra.histogram(a, zone=(1, 2, 20, 9), channels="rgb"), got)
+        lum = run([PYREF, "luminance_histogram", str(src)]).split()
+        assert kevra.luminance_histogram(a, channels="bgr").tolist() == [int(v) for v in lum]
+
+
+@pytest.mark.skipif(not PYREF, reason="kevra_pyref is not built")
+@pytest.mark.parametrize("settings", [(0, 1, 1, 0, 0, 0, 0, 0), (0.1, 1.2, 0.8, 21, 10, -20, 5, 1), (0, 1, 1, 12, 0, 0, 0, 0)])
+def test_display_palette_equals_cpp_library(settings):
+    l, c, g, p, r, gr, b, n = settings
+    expected = [[int(v) for v in line.split()] for line in run(
+        [PYREF, "display_palette"] + [str(v) for v in settings]).strip().split("\n")]
+    got = kevra.display_palette(brightness=l, contrast=c, gamma=g, palette=p, red=r, green=gr, blue=b, negative=bool(n))
+    assert got.shape == (256, 3) and got.tolist() == expected
+
+
+def test_tables_are_views_and_filters_report_their_tables():
+    lut = kevra.CLUT_8_Bpp()
+    assert lut.IsLinear45()
+    lut.table[:] = 255 - np.arange(256)
+    assert np.array_equal(lut.apply(sample(8)), 255 - sample(8))
+    assert kevra.CLUT_16_Bpp(np.arange(65536, dtype=np.uint16)[::-1].copy()).table[0] == 65535
+    assert kevra.CLUT_24_Bpp(12).red[0] == 255
+    mean = kevra.Filter("mean", 5)
+    assert mean.IsOK() and mean.table_x.tolist() == mean.table_y.tolist() and mean.table_x.size == 3
+    assert kevra.Filter.kernel(KERNEL).table_x.size == 0
+
+
+# ---- refusals: the command line's ranges and messages, the library's reasons ------
+
+BAD_OPTIONS = [["--median", "2,3"], ["--gamma", "0"], ["--rotate", "45"], ["--filter", "blur"],
+               ["--resample", "0x10"], ["--saturation=-1"], ["--unsharp-disc", "50,2,3,2,1.5"],
+               ["--stretch", "0.9,0.1"]]
+
+
+@needs_cli
+@pytest.mark.parametrize("options", BAD_OPTIONS, ids=[" ".join(o) for o in BAD_OPTIONS])
+def test_refusals_have_the_command_lines_messages(tmp_path, options):
+    a = sample(24)
+    src = tmp_path / "in.bmp"
+    kevra.write_bmp(str(src), a, channels="rgb")
+    p = subprocess.run([CLI, "process", str(src), str(tmp_path / "o.bmp")] + options, capture_output=True, text=True)
+    assert p.returncode == 2 and p.stderr.startswith("kevra: ")
+    with pytest.raises(ValueError) as e:
+        kevra.Chain.from_options(options).run(a, channels="rgb")
+    assert str(e.value) == p.stderr.strip().split("\n")[0][len("kevra: "):]
+
+
+@pytest.mark.parametrize("call,error,message", [
+    (lambda: kevra.median(sample(8), 2.0, 3), ValueError, "--median 2,3: TOLERANCE must be a number from 0.01 to 0.99"),
+    (lambda: kevra.negative(sample(24)), ValueError, "channels='rgb' or channels='bgr'"),
+    (lambda: kevra.negative(sample(24), channels="rbg"), ValueError, "channels must be 'rgb' or 'bgr', not 'rbg'"),
+    (lambda: kevra.negative(np.zeros((3, 3))), TypeError, "not float64 (3, 3)"),
+    (lambda: kevra.negative(np.zeros((3, 3, 4), np.uint8)), TypeError, "not uint8 (3, 3, 4)"),
+    (lambda: kevra.negative(np.zeros((3, 3), ">u2")), TypeError, "not >u2 (3, 3)"),
+    (lambda: kevra.fill(sample(8), 256), ValueError, "fill: the value must be a level from 0 to 255"),
+    (lambda: kevra.negative(np.zeros((0, 3), np.uint8)), ValueError, "at least one row"),
+    (lambda: kevra.negative(sample(8), zone=(0, 0, 40, 3)), ValueError, "--zone 0,0,40,3: the zone must lie within"),
+    (lambda: kevra.saturation(sample(8), 50), ValueError, "--saturation 50 needs a 24-bit colour image (this one is 8-bit)"),
+    (lambda: kevra.Chain().negative().run(sample(16), zone=(3, 3, 3, 9)), ValueError, "0 <= LEFT < RIGHT"),
+    (lambda: kevra.Chain().run(sample(8)), ValueError, "no step given"),
+    (lambda: kevra.Chain().negative().negative(), ValueError, "--negative: given twice"),
+    (lambda: kevra.CLUT_8_Bpp().apply(sample(16)), kevra.Error, "a 8-bit table does not apply to a 16-bit image"),
+    (lambda: kevra.Filter.kernel(np.ones((2, 3))), ValueError, "odd height and odd width"),
+    (lambda: kevra.read_bmp("/nonexistent/x.bmp"), kevra.Error, "/nonexistent/x.bmp: cannot read"),
+    (lambda: kevra.read_bmp(os.path.join(DATA, "grey8_rle.bmp")), kevra.Error, "grey8_rle.bmp: cannot read: "),
+    (lambda: kevra.Dib.read(os.path.join(DATA, "pal4.bmp")).to_array(), ValueError, "this one is 4-bit"),
+    (lambda: kevra.convert(sample(24), 8), ValueError, "channels="),
+])
+def test_refusals(call, error, message):
+    with pytest.raises(error) as e:
+        call()
+    assert message in str(e.value)
+
+
+def test_a_refused_chain_step_leaves_the_chain_as_it_was():
+    c = kevra.Chain().negative()
+    with pytest.raises(ValueError):
+        c.gamma(-1)
+    assert c.steps == ["--negative"]
+
+
+def test_skipped_steps_warn_on_grey_images():
+    with pytest.warns(UserWarning, match="--red 10 has no effect on a 8-bit image"):
+        kevra.Chain().red(10).negative().run(sample(8))
+
+
+# ---- threads, documentation, the example -------------------------------------------
+
+def test_threads_run_images_in_parallel_with_the_same_results():
+    images = [sample(16, w=1201, h=1001, seed=s) for s in range(3)]
+    chain = kevra.Chain().median(0.05, 6).unsharp(5, 1.5).gamma(0.9)
+    start = time.monotonic()
+    serial = [chain.run(a) for a in images]
+    one_run = (time.monotonic() - start) / len(images)
+    results, gaps = [None] * len(images), []
+
+    def work(k):
+        results[k] = chain.run(images[k])
+
+    threads = [threading.Thread(target=work, args=(k,)) for k in range(len(images))]
+    for t in threads:
+        t.start()
+    # The interpreter lock is let go while an image is processed: this thread is never
+    # held up for the length of a run.
+    last = time.monotonic()
+    while any(t.is_alive() for t in threads):
+        now = time.monotonic()
+        gaps.append(now - last)
+        last = now
+    for t in threads:
+        t.join()
+    assert all(np.array_equal(r, s) for r, s in zip(results, serial))
+    assert max(gaps) < one_run / 2, (max(gaps), one_run)
+
+
+def test_help_texts_and_stub():
+    assert kevra.__version__.count(".") == 2
+    assert "channels='rgb'" in kevra.__doc__ and "FiltreMedian" in kevra.median.__doc__
+    assert "CSequenceur" in kevra.Chain.__doc__
+    stub = open(os.path.join(os.path.dirname(kevra.__file__), "kevra.pyi")).read()
+    public = [n for n in dir(kevra) if not n.startswith("_")]
+    assert [n for n in public if "def " + n + "(" not in stub and "class " + n not in stub and n + " =" not in stub] == []
+
+
+def test_example_script_writes_the_command_lines_file(tmp_path):
+    script = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "python", "xray_chain.py")
+    p = subprocess.run([sys.executable, script, "--out", "corrected.bmp"], cwd=tmp_path, capture_output=True, text=True)
+    assert p.returncode == 0, p.stderr
+    corrected = kevra.read_bmp(str(tmp_path / "corrected.bmp"))
+    assert corrected.dtype == np.uint16 and corrected.shape == (480, 640)
+    if CLI:
+        run([CLI, "process", str(tmp_path / "xray16.bmp"), str(tmp_path / "cli.bmp"), "--median", "0.2,3",
+             "--unsharp", "2,1.5", "--gamma", "0.8", "--stretch", "0.01,0.99"])
+        assert (tmp_path / "cli.bmp").read_bytes() == (tmp_path / "corrected.bmp").read_bytes()
