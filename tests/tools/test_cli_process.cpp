@@ -242,6 +242,17 @@ TEST_F(CliProcess, SeveralFilesInParallelCarryOnAfterAFailure)
             << i;
     EXPECT_EQ(listing(dir.file("out")).size(), 5u);
 
+    // Away from a terminal a clean batch ends with one line (none with -q);
+    // -v counts the files.
+    r = run_cli({"process", "--out-dir", dir.file("out2"), "-j", "1", "-v", inputs[0], inputs[1], "--negative"}, dir);
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.err, "kevra: 2 of 2 files written\n");
+    EXPECT_EQ(r.out.rfind("[1/2] " + dir.file("out2/in0.bmp") + ": 21 x 17 pixels, ", 0), 0u) << r.out;
+    EXPECT_NE(r.out.find("\n[2/2] " + dir.file("out2/in1.bmp") + ": 22 x 17 pixels, "), std::string::npos) << r.out;
+    r = run_cli({"process", "--out-dir", dir.file("out2"), "-q", inputs[0], "--negative"}, dir);
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.err, "");
+
     const std::vector<uint8_t> before = read_file(inputs[0]);
     r = run_cli({"process", "--out-dir", dir.path().string(), inputs[0], "--negative"}, dir);
     EXPECT_EQ(r.code, 1);
