@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "core/fast_path.h"
 #include "kevra/traitement.h"
 #include "processing/detail/colour_walk.h"
 
@@ -50,7 +51,7 @@ using Op = bool (*)(CTraitementImg_24_Bpp &, std::vector<uint8_t> &, CRect &);
 // Each iteration works on a fresh copy of the picture (the copy is not timed).
 void run(benchmark::State &state, Op op, bool smooth, bool memo)
 {
-    kevra::detail::set_colour_memo_enabled(memo);
+    kevra::detail::set_fast_paths_enabled(memo);
     CTraitementImg_24_Bpp t;
     CRect rect(0, 0, kSize - 1, kSize - 1);
     std::vector<uint8_t> work;
@@ -62,7 +63,7 @@ void run(benchmark::State &state, Op op, bool smooth, bool memo)
         benchmark::ClobberMemory();
     }
     state.SetItemsProcessed(state.iterations() * kSize * kSize);
-    kevra::detail::set_colour_memo_enabled(true);
+    kevra::detail::set_fast_paths_enabled(true);
 }
 
 bool saturation(CTraitementImg_24_Bpp &t, std::vector<uint8_t> &b, CRect &rc)
@@ -111,9 +112,9 @@ bool memo_matches_plain()
             CTraitementImg_24_Bpp t;
             CRect rect(0, 0, kSize - 1, kSize - 1);
             std::vector<uint8_t> plain = picture(smooth), memo = picture(smooth);
-            kevra::detail::set_colour_memo_enabled(false);
+            kevra::detail::set_fast_paths_enabled(false);
             op(t, plain, rect);
-            kevra::detail::set_colour_memo_enabled(true);
+            kevra::detail::set_fast_paths_enabled(true);
             op(t, memo, rect);
             if (plain != memo)
                 return false;

@@ -1,9 +1,10 @@
 // Convolution filters on 2048 x 2048 pictures through the image entry
 // (conversion to float, filter, clipping, conversion back), at 8, 16 and 24
 // bits: Gaussian of size 5 and 15, Laplacian and gradient 3x3 kernels, each
-// with the fast interior path and with the plain path. Before any timing the
-// program filters one picture of each depth both ways and stops unless the
-// bytes are identical.
+// with the fast (streamed) path on 1 and 2 threads and with the plain path,
+// and the bytes each call asks for ("alloc_MB", "alloc_per_image": multiples
+// of the image's own bytes). Before any timing the program filters one
+// picture of each depth both ways and stops unless the bytes are identical.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -12,11 +13,17 @@
 #include <cstring>
 #include <memory>
 #include <random>
+#include <string>
+#include <utility>
 #include <vector>
 
+#include "core/fast_path.h"
 #include "filters/detail/convolution.h"
 #include "kevra/dib.h"
 #include "kevra/filtre.h"
+#include "kevra/platform.h"
+
+#include "alloc_meter.h"
 
 using kevra::CDib;
 using kevra::CFiltre;
@@ -65,24 +72,30 @@ std::unique_ptr<CFiltre> make_filter(int which)
 
 const char * const kNames[] = {"Gaussian5", "Gaussian15", "Laplacian3x3", "GradientX3x3"};
 
-// state.range(0): filter, range(1): bit depth, range(2): 1 = fast path.
+// state.range(0): filter, range(1): bit depth, range(2): 1 = fast path, range(3): threads.
 void BM_Filtrer(benchmark::State & state)
 {
     const int which = static_cast<int>(state.range(0));
     const int bpp = static_cast<int>(state.range(1));
-    kevra::detail::set_filters_fast_enabled(state.range(2) != 0);
+    kevra::detail::FastPathScope fast(state.range(2) != 0);
+    kevra::platform::set_thread_count(static_cast<unsigned>(state.range(3)));
     std::unique_ptr<CFiltre> f = make_filter(which);
+    AllocMeter meter;
     for (auto _ : state) {
         state.PauseTiming();
+        meter.pause();
         std::unique_ptr<CDib> dib = fresh_image(bpp);
+        meter.resume();
         state.ResumeTiming();
         if (!f->FiltrerAvecOffsetFacteur(dib.get(), which >= 2 ? 128.0f : 0.0f, 1.0f))
             state.SkipWithError("Filtrer failed");
         benchmark::DoNotOptimize(dib->GetBits());
     }
+    kevra::platform::set_thread_count(1);
+    meter.report(state, static_cast<double>(picture(bpp).size()));
     state.SetItemsProcessed(state.iterations() * int64_t(kSize) * kSize);
     state.SetLabel(std::string(kNames[which]) + (state.range(2) ? " fast" : " plain") + " " +
-                   std::to_string(bpp) + " bits");
+                   std::to_string(bpp) + " bits, " + std::to_string(state.range(3)) + " thread(s)");
 }
 
 bool fast_matches_plain()
@@ -93,9 +106,9 @@ bool fast_matches_plain()
             std::unique_ptr<CDib> a = fresh_image(bpp), b = fresh_image(bpp);
             a->SetZoneTravail(kevra::CRect(0, 3, kSize - 2, kSize - 1));
             b->SetZoneTravail(kevra::CRect(0, 3, kSize - 2, kSize - 1));
-            kevra::detail::set_filters_fast_enabled(false);
+            kevra::detail::set_fast_paths_enabled(false);
             const bool ok_a = f->FiltrerAvecOffsetFacteur(a.get(), 128.0f, 1.0f);
-            kevra::detail::set_filters_fast_enabled(true);
+            kevra::detail::set_fast_paths_enabled(true);
             const bool ok_b = f->FiltrerAvecOffsetFacteur(b.get(), 128.0f, 1.0f);
             if (!ok_a || !ok_b || std::memcmp(a->GetBits(), b->GetBits(), a->SizeImage()) != 0) {
                 std::fprintf(stderr, "%s at %d bits: the fast path differs from the plain path\n", kNames[which], bpp);
@@ -107,8 +120,17 @@ bool fast_matches_plain()
 
 } // namespace
 
+// The fast path on 1 and 2 threads, the plain path (one thread only) beside it.
+void filter_args(benchmark::internal::Benchmark * b)
+{
+    for (int which = 0; which < 4; ++which)
+        for (int bpp : {8, 16, 24})
+            for (auto fast_threads : {std::pair<int, int>{1, 1}, {1, 2}, {0, 1}})
+                b->Args({which, bpp, fast_threads.first, fast_threads.second});
+}
+
 BENCHMARK(BM_Filtrer)
-    ->ArgsProduct({{0, 1, 2, 3}, {8, 16, 24}, {1, 0}})
+    ->Apply(filter_args)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

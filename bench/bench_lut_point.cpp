@@ -11,6 +11,7 @@
 #include <random>
 #include <vector>
 
+#include "core/fast_path.h"
 #include "kevra/lut.h"
 #include "kevra/traitement.h"
 #include "processing/detail/point_geometry.h"
@@ -121,11 +122,11 @@ void BM_QuarterTurn(benchmark::State &state)
     std::vector<uint8_t> out(bits.size());
     Proc p;
     CRect rc = whole();
-    kevra::detail::set_rotate_fast_enabled(state.range(0) != 0);
+    kevra::detail::set_fast_paths_enabled(state.range(0) != 0);
     for (auto _ : state)
         benchmark::DoNotOptimize(p.QuickRotate(CTraitementImgBase::e_Angle90, kSize, kSize, bits.data(), rc,
                                                kSize, kSize, out.data()));
-    kevra::detail::set_rotate_fast_enabled(true);
+    kevra::detail::set_fast_paths_enabled(true);
     set_bytes(state, Bpp);
 }
 
@@ -194,11 +195,11 @@ bool turns_agree()
     CRect rc = whole();
     for (int angle = 0; angle < 3; ++angle) {
         const auto a = static_cast<CTraitementImgBase::e_angle>(angle);
-        kevra::detail::set_rotate_fast_enabled(true);
+        kevra::detail::set_fast_paths_enabled(true);
         p.QuickRotate(a, kSize, kSize, bits.data(), rc, kSize, kSize, tiled.data());
-        kevra::detail::set_rotate_fast_enabled(false);
+        kevra::detail::set_fast_paths_enabled(false);
         p.QuickRotate(a, kSize, kSize, bits.data(), rc, kSize, kSize, plain.data());
-        kevra::detail::set_rotate_fast_enabled(true);
+        kevra::detail::set_fast_paths_enabled(true);
         if (tiled != plain) {
             std::fprintf(stderr, "quarter turn %d at %d bits: tiled and plain walks differ\n", angle, Bpp);
             return false;

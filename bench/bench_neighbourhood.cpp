@@ -1,15 +1,21 @@
 // Neighbourhood operations on 2048 x 2048 images at each depth: selective median (radius 1
-// and 3), unsharp masking (radius 2 and 8), resampling to half and to double size.
+// and 3), unsharp masking (radius 2 and 8), resampling to half and to double size; the fast
+// paths on 1 and 2 threads beside the plain ones, with the bytes each call asks for.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <random>
+#include <utility>
 #include <vector>
 
+#include "core/fast_path.h"
+#include "kevra/platform.h"
 #include "kevra/traitement.h"
 #include "kevra/types.h"
 #include "processing/detail/median.h"
+
+#include "alloc_meter.h"
 
 namespace {
 
@@ -72,26 +78,28 @@ void BM_Median(benchmark::State &state)
     kevra::CRect rc(0, 0, kSide - 1, kSide - 1);
     {
         std::vector<uint8_t> plain = original;
-        kevra::detail::set_median_fast_enabled(false);
+        kevra::detail::set_fast_paths_enabled(false);
         t.FiltreMedian(kSide, kSide, plain.data(), rc, 0.1, radius);
-        kevra::detail::set_median_fast_enabled(true);
+        kevra::detail::set_fast_paths_enabled(true);
         t.FiltreMedian(kSide, kSide, work.data(), rc, 0.1, radius);
         if (plain != work) {
             state.SkipWithError("fast and plain median differ");
             return;
         }
     }
-    kevra::detail::set_median_fast_enabled(fast);
+    kevra::detail::set_fast_paths_enabled(fast);
     for (auto _ : state) {
         state.PauseTiming();
         work = original;
         state.ResumeTiming();
         benchmark::DoNotOptimize(t.FiltreMedian(kSide, kSide, work.data(), rc, 0.1, radius));
     }
-    kevra::detail::set_median_fast_enabled(true);
+    kevra::detail::set_fast_paths_enabled(true);
     state.SetItemsProcessed(state.iterations() * kSide * kSide);
 }
 
+// range(0): rayon; range(1): 1 = fast (streamed), 0 = plain; range(2): threads. The fast and
+// plain results must be equal before anything is timed.
 template <class T>
 void BM_Unsharp(benchmark::State &state)
 {
@@ -100,6 +108,20 @@ void BM_Unsharp(benchmark::State &state)
     std::vector<uint8_t> work = original;
     T t;
     kevra::CRect rc(0, 0, kSide - 1, kSide - 1);
+    {
+        std::vector<uint8_t> plain = original;
+        kevra::detail::set_fast_paths_enabled(false);
+        t.UnsharpMasking(kSide, kSide, plain.data(), rc, rayon, 1.5f, 1.0f, 2.0f, 2.0f);
+        kevra::detail::set_fast_paths_enabled(true);
+        t.UnsharpMasking(kSide, kSide, work.data(), rc, rayon, 1.5f, 1.0f, 2.0f, 2.0f);
+        if (plain != work) {
+            state.SkipWithError("fast and plain unsharp masking differ");
+            return;
+        }
+    }
+    kevra::detail::FastPathScope fast(state.range(1) != 0);
+    kevra::platform::set_thread_count(static_cast<unsigned>(state.range(2)));
+    AllocMeter meter;
     for (auto _ : state) {
         state.PauseTiming();
         work = original;
@@ -107,10 +129,13 @@ void BM_Unsharp(benchmark::State &state)
         benchmark::DoNotOptimize(
             t.UnsharpMasking(kSide, kSide, work.data(), rc, rayon, 1.5f, 1.0f, 2.0f, 2.0f));
     }
+    kevra::platform::set_thread_count(1);
+    meter.report(state, static_cast<double>(original.size()));
     state.SetItemsProcessed(state.iterations() * kSide * kSide);
 }
 
-// range(0): 0 = halving (windowed sinc, mode 1), 1 = doubling (bilinear).
+// range(0): 0 = halving (windowed sinc, mode 1), 1 = doubling (bilinear); range(1): fast;
+// range(2): threads.
 template <class T>
 void BM_Resample(benchmark::State &state)
 {
@@ -119,10 +144,40 @@ void BM_Resample(benchmark::State &state)
     const std::vector<uint8_t> source = make_image(kSide, kSide, Depth<T>::bpp);
     std::vector<uint8_t> destination(static_cast<std::size_t>(pitch_of(out, Depth<T>::bpp) * out));
     T t;
+    {
+        std::vector<uint8_t> plain = destination;
+        kevra::detail::set_fast_paths_enabled(false);
+        t.Resample(kSide, kSide, const_cast<uint8_t *>(source.data()), out, out, plain.data(), 1);
+        kevra::detail::set_fast_paths_enabled(true);
+        t.Resample(kSide, kSide, const_cast<uint8_t *>(source.data()), out, out, destination.data(), 1);
+        if (plain != destination) {
+            state.SkipWithError("fast and plain resampling differ");
+            return;
+        }
+    }
+    kevra::detail::FastPathScope fast(state.range(1) != 0);
+    kevra::platform::set_thread_count(static_cast<unsigned>(state.range(2)));
+    AllocMeter meter;
     for (auto _ : state)
         benchmark::DoNotOptimize(t.Resample(kSide, kSide, const_cast<uint8_t *>(source.data()), out,
                                             out, destination.data(), 1));
+    kevra::platform::set_thread_count(1);
+    meter.report(state, static_cast<double>(source.size()));
     state.SetItemsProcessed(state.iterations() * out * out);
+}
+
+// Fast on 1 and 2 threads, plain on one.
+void unsharp_args(benchmark::internal::Benchmark *b)
+{
+    for (int rayon : {2, 8})
+        for (auto ft : {std::pair<int, int>{1, 1}, {1, 2}, {0, 1}})
+            b->Args({rayon, ft.first, ft.second});
+}
+void resample_args(benchmark::internal::Benchmark *b)
+{
+    for (int which : {0, 1})
+        for (auto ft : {std::pair<int, int>{1, 1}, {1, 2}, {0, 1}})
+            b->Args({which, ft.first, ft.second});
 }
 
 using kevra::CTraitementImg_16_Bpp;
@@ -138,12 +193,12 @@ BENCHMARK_TEMPLATE(BM_Median, CTraitementImg_16_Bpp)
 BENCHMARK_TEMPLATE(BM_Median, CTraitementImg_24_Bpp)
     ->ArgsProduct({{1, 3}, {0, 1}})
     ->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_Unsharp, CTraitementImg_8_Bpp)->Arg(2)->Arg(8)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_Unsharp, CTraitementImg_16_Bpp)->Arg(2)->Arg(8)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_Unsharp, CTraitementImg_24_Bpp)->Arg(2)->Arg(8)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_Resample, CTraitementImg_8_Bpp)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_Resample, CTraitementImg_16_Bpp)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_Resample, CTraitementImg_24_Bpp)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_Unsharp, CTraitementImg_8_Bpp)->Apply(unsharp_args)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_Unsharp, CTraitementImg_16_Bpp)->Apply(unsharp_args)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_Unsharp, CTraitementImg_24_Bpp)->Apply(unsharp_args)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_Resample, CTraitementImg_8_Bpp)->Apply(resample_args)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_Resample, CTraitementImg_16_Bpp)->Apply(resample_args)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_Resample, CTraitementImg_24_Bpp)->Apply(resample_args)->Unit(benchmark::kMillisecond);
 
 } // namespace
 

@@ -5,7 +5,9 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 namespace kevra {
@@ -44,6 +46,20 @@ allocation_hook & allocation_slot()
     static allocation_hook h;
     return h;
 }
+profile_path_handler & profile_path_slot()
+{
+    static profile_path_handler h;
+    return h;
+}
+
+std::string program_name()
+{
+    std::error_code ec;
+    const std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+    if (!ec && !exe.stem().empty())
+        return exe.stem().string();
+    return "kevra";
+}
 
 struct Paths {
     bool root_initialised = false;
@@ -70,6 +86,28 @@ namespace {
 std::atomic<unsigned> g_thread_count{1};
 std::atomic<uint64_t> g_max_image_bytes{uint64_t(1) << 30};
 } // namespace
+
+std::string default_profile_path()
+{
+    if (profile_path_slot())
+        return profile_path_slot()();
+    std::filesystem::path base;
+    const char * xdg = std::getenv("XDG_CONFIG_HOME");
+    if (xdg != nullptr && xdg[0] == '/') {
+        base = xdg;
+    } else {
+        const char * home = std::getenv("HOME");
+        if (home == nullptr || home[0] == 0)
+            return std::string();
+        base = std::filesystem::path(home) / ".config";
+    }
+    return (base / "kevra" / (program_name() + ".ini")).string();
+}
+
+profile_path_handler set_default_profile_path_handler(profile_path_handler handler)
+{
+    return swap_handler(profile_path_slot(), std::move(handler));
+}
 
 void set_thread_count(unsigned count) { g_thread_count.store(count == 0 ? 1 : count, std::memory_order_relaxed); }
 unsigned thread_count() { return g_thread_count.load(std::memory_order_relaxed); }

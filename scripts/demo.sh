@@ -6,6 +6,7 @@ set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 . "$root/scripts/common.sh"
 kevra_install_packages
+kevra_install_optional
 
 build="$root/build"
 out=${1:-"$root/demo-output"}

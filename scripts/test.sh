@@ -5,6 +5,7 @@ set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 . "$root/scripts/common.sh"
 kevra_install_packages
+kevra_install_optional
 
 build=${1:-"$root/build"}
 [ $# -gt 0 ] && shift

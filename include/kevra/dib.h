@@ -41,7 +41,11 @@ public:
     CDibRoot(wchar_t const * fileName, unsigned long imageType);
     // From a packed bitmap (header, palette, rows) in memory. Note: an 8-bit
     // bitmap whose biClrUsed is 0 gets 256 written into its biClrUsed and
-    // biClrImportant fields.
+    // biClrImportant fields. The block carries no length: the caller vouches
+    // that it holds the 40-byte header and everything the header announces
+    // (palette of the created store's size when biClrUsed is not 0, else
+    // biSize bytes of header; then the rows at the store's pitch; with a
+    // compression, 12 bytes of masks and, at 32 bits, width x 4 x height bytes).
     explicit CDibRoot(void * handle);
     // Copying constructors: source, then whether to copy pixels, selection
     // mask and alpha plane. The pointer form requires a non-null source.

@@ -45,7 +45,7 @@ public:
     virtual bool FiltrerBuffer(long width, long height, void *bits, CRect &rect) = 0;
     // Rebuilds the whole table from brightness (a fraction of full scale added after the
     // contrast), contrast (a gain about black) and gamma (bends the normalised input). The name
-    // is spelt as the interface has always spelt it.
+    // is spelt so in the interface.
     virtual bool SetLuminositeConstrateGamma(float luminosite, float contraste, float gamma) = 0;
 
     // SetLuminositeConstrateGamma(0, contraste, 1.0) through the virtual slot.

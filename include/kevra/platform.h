@@ -37,7 +37,7 @@ using processor_count_handler = std::function<unsigned()>;
 unsigned processor_count();
 processor_count_handler set_processor_count_handler(processor_count_handler handler);
 
-// Device root: the directory that stands for the target's "c:\" drive, where
+// Device root: the directory that stands for the device's "c:\" drive, where
 // the image loader leaves its marker files. Initially taken from the
 // environment variable KEVRA_DEVICE_ROOT; when none is chosen (empty), no
 // marker file is written at all.
@@ -65,6 +65,15 @@ unsigned thread_count();
 // Guards applications against hostile headers that claim huge images.
 void set_max_image_bytes(uint64_t bytes);
 uint64_t max_image_bytes();
+
+// The application's profile: the INI file a colour table that names none saves
+// to and reads from (CLUT_24_Bpp::SetFichierIniDefaut overrides it). Default:
+// "<config home>/kevra/<program>.ini", where config home is $XDG_CONFIG_HOME
+// when absolute, else $HOME/.config, and program is the running executable's
+// name ("kevra" when unknown); empty (no profile) when there is no home.
+using profile_path_handler = std::function<std::string()>;
+std::string default_profile_path();
+profile_path_handler set_default_profile_path_handler(profile_path_handler handler);
 
 // Allocation hook: called with the byte count before every allocation made
 // through kevra::detail::try_alloc / try_new_array / try_new; returning true

@@ -1,30 +1,18 @@
 // CFiltre: the filtering engine and its image and buffer entries.
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
+#include "core/fast_path.h"
+#include "core/float_store.h"
 #include "filters/detail/convolution.h"
+#include "filters/detail/stream.h"
 #include "kevra/dib.h"
 #include "kevra/filtre.h"
 #include "kevra/platform.h"
 
 namespace kevra {
-
-namespace detail {
-namespace {
-// KEVRA_FILTERS_PLAIN_ONLY builds the library with the plain path as default.
-#ifdef KEVRA_FILTERS_PLAIN_ONLY
-std::atomic<bool> g_filters_fast{false};
-#else
-std::atomic<bool> g_filters_fast{true};
-#endif
-} // namespace
-
-bool filters_fast_enabled() { return g_filters_fast.load(std::memory_order_relaxed); }
-void set_filters_fast_enabled(bool enabled) { g_filters_fast.store(enabled, std::memory_order_relaxed); }
-} // namespace detail
 
 namespace {
 
@@ -60,6 +48,58 @@ FilterAxis row_axis(long height, const FilterRegion & g, int64_t nY, LowBorder l
     return FilterAxis(height, g.B, g.T, nY, true, low);
 }
 
+// The plain engines: whole intermediate plane, pixel by pixel (the definition).
+template <int C>
+bool separable_plain(long width, long height, const float * source, float * destination, const FilterRegion & g,
+                     unsigned short nX, unsigned short nY, const float * tableX, const float * tableY)
+{
+    float * mid = detail::try_new_array<float>(plane_count(width, height, C));
+    if (mid == nullptr)
+        return false;
+    if (!g.empty()) {
+        const PlaneGeometry pg{width, height};
+        const FilterAxis ax = column_axis(width, g, nX, LowBorder::mirror);
+        const FilterAxis ay = row_axis(height, g, nY, LowBorder::mirror);
+        detail::separable_plain<C>(pg, source, mid, destination, g, ax, ay, tableX, tableY);
+    }
+    delete[] mid;
+    return true;
+}
+
+detail::KernelShape full_shape(long width, long height, const FilterRegion & g, int channels, unsigned short nX,
+                               unsigned short nY)
+{
+    return {column_axis(width, g, nX, LowBorder::shifted_run), row_axis(height, g, nY, LowBorder::shifted_run),
+            int64_t(width) * channels};
+}
+
+// The streaming engines over any source and sink (stream.h). in_place: the sink overwrites the
+// rows the source reads.
+template <int C, class Source, class Sink>
+bool separable_stream(long width, long height, const FilterRegion & g, unsigned short nX, unsigned short nY,
+                      const float * tableX, const float * tableY, bool in_place, const Source & src, const Sink & sink)
+{
+    if (g.empty())
+        return true;
+    const detail::KernelShape k = detail::separable_shape(width, height, g, C, nX, nY);
+    return detail::run_stages<detail::SeparableStage<C>>(
+        g.B, g.T, in_place, k.stride, [&] { return detail::SeparableStage<C>(k, tableX, tableY); }, src, sink);
+}
+
+template <int C, class Source, class Sink>
+bool full_stream(long width, long height, const FilterRegion & g, unsigned short nX, unsigned short nY,
+                 const float * kernel, float offset, float factor, bool in_place, bool persistent_source,
+                 const Source & src, const Sink & sink)
+{
+    if (g.empty())
+        return true;
+    const detail::KernelShape k = full_shape(width, height, g, C, nX, nY);
+    const bool copy_rows = in_place || !persistent_source;
+    return detail::run_stages<detail::FullStage<C>>(
+        g.B, g.T, in_place, k.stride, [&] { return detail::FullStage<C>(k, kernel, offset, factor, copy_rows); },
+        src, sink);
+}
+
 template <int C>
 bool separable_engine(long width, long height, const float * source, float * destination, const CRect & rect,
                       unsigned short nX, unsigned short nY, const float * tableX, const float * tableY)
@@ -67,21 +107,13 @@ bool separable_engine(long width, long height, const float * source, float * des
     const std::size_t count = plane_count(width, height, C);
     if (count == 0 || source == nullptr || destination == nullptr || tableX == nullptr || tableY == nullptr)
         return false;
-    float * mid = detail::try_new_array<float>(count);
-    if (mid == nullptr)
-        return false;
     const FilterRegion g = detail::filter_region(width, height, rect);
-    if (!g.empty()) {
-        const PlaneGeometry pg{width, height};
-        const FilterAxis ax = column_axis(width, g, nX, LowBorder::mirror);
-        const FilterAxis ay = row_axis(height, g, nY, LowBorder::mirror);
-        if (detail::filters_fast_enabled())
-            detail::separable_fast<C>(pg, source, mid, destination, g, ax, ay, tableX, tableY);
-        else
-            detail::separable_plain<C>(pg, source, mid, destination, g, ax, ay, tableX, tableY);
-    }
-    delete[] mid;
-    return true;
+    if (!detail::fast_paths_enabled())
+        return separable_plain<C>(width, height, source, destination, g, nX, nY, tableX, tableY);
+    // Source and destination may be one plane: the stream reads each row before writing it.
+    const int64_t stride = int64_t(width) * C;
+    return separable_stream<C>(width, height, g, nX, nY, tableX, tableY, source == destination,
+                               detail::PlaneSource{source, stride}, detail::PlaneSink{destination, stride});
 }
 
 template <int C>
@@ -93,14 +125,83 @@ bool full_kernel_engine(long width, long height, const float * source, float * d
     const FilterRegion g = detail::filter_region(width, height, rect);
     if (g.empty())
         return true;
+    // One plane as both source and destination is filtered pixel by pixel as the plain walk
+    // defines it (each pixel reads the results already written before it).
+    if (detail::fast_paths_enabled() && source != destination) {
+        const int64_t stride = int64_t(width) * C;
+        return full_stream<C>(width, height, g, nX, nY, kernel, offset, factor, false, true,
+                              detail::PlaneSource{source, stride}, detail::PlaneSink{destination, stride});
+    }
     const PlaneGeometry pg{width, height};
     const FilterAxis ax = column_axis(width, g, nX, LowBorder::shifted_run);
     const FilterAxis ay = row_axis(height, g, nY, LowBorder::shifted_run);
-    if (detail::filters_fast_enabled())
-        detail::full_fast<C>(pg, source, destination, g, ax, ay, kernel, offset, factor);
-    else
-        detail::full_plain<C>(pg, source, destination, g, ax, ay, kernel, offset, factor);
+    detail::full_plain<C>(pg, source, destination, g, ax, ay, kernel, offset, factor);
     return true;
+}
+
+// Image rows as floats, whole rows, as the float conversion of the processing base gives them.
+template <class Px>
+struct ImageRowSource {
+    detail::View<Px> v;
+    const float * row(int64_t r, float * into) const
+    {
+        const typename Px::sample * s = v.row(static_cast<int32_t>(r));
+        const int64_t n = int64_t(v.width) * Px::channels;
+        for (int64_t i = 0; i < n; ++i)
+            into[i] = static_cast<float>(s[i]);
+        return into;
+    }
+};
+
+// Results clipped to 0 .. high (below first, then above, as the clip of the processing base)
+// and truncated back into the image, over the clipped working rectangle only.
+template <class Px>
+struct ImageRowSink {
+    detail::View<Px> v;
+    detail::Span s;
+    float high;
+    float * begin(int64_t, float * scratch) const { return scratch; }
+    void end(int64_t y, const float * row) const
+    {
+        if (y < s.r0 || y > s.r1)
+            return;
+        typename Px::sample * d = v.row(static_cast<int32_t>(y));
+        for (int64_t f = int64_t(s.x0) * Px::channels; f < (int64_t(s.x1) + 1) * Px::channels; ++f) {
+            float x = row[f];
+            if (x < 0.0f)
+                x = 0.0f;
+            if (x > high)
+                x = high;
+            d[f] = detail::store_sample<typename Px::sample>(x);
+        }
+    }
+};
+
+// The filter's kernel as the engines take it.
+struct KernelTables {
+    bool separable;
+    unsigned short nX, nY;
+    const float *tableX, *tableY, *kernel;
+    float offset, factor;
+};
+
+// The image entry streamed: rows converted, filtered, clipped and stored back without a plane
+// of the whole image. The result is that of the plain entry: every rectangle pixel is computed
+// from the image as it was (the stream reads each row before it writes it).
+template <class Px>
+bool filter_image_stream(long width, long height, unsigned char * bits, const CRect & rect, const KernelTables & t)
+{
+    constexpr int C = Px::channels;
+    const detail::View<Px> v = detail::view<Px>(width, height, bits);
+    const detail::Span s = detail::clip_rect(width, height, rect);
+    if (s.empty())
+        return true;
+    const FilterRegion g = detail::filter_region(width, height, rect);
+    const ImageRowSource<Px> src{v};
+    const ImageRowSink<Px> sink{v, s, Px::bpp == 16 ? 65535.0f : 255.0f};
+    if (t.separable)
+        return separable_stream<C>(width, height, g, t.nX, t.nY, t.tableX, t.tableY, true, src, sink);
+    return full_stream<C>(width, height, g, t.nX, t.nY, t.kernel, t.offset, t.factor, true, false, src, sink);
 }
 
 } // namespace
@@ -119,6 +220,27 @@ bool CFiltre::Filtrer(CDibRoot * image)
     const std::size_t count = plane_count(width, height, channels_for(bitCount));
     if (count == 0)
         return false;
+    if (detail::fast_paths_enabled() && (bitCount == 8 || bitCount == 16 || bitCount == 24)) {
+        if (!IsOK())
+            return false;
+        unsigned char * bits = image->GetBits();
+        if (bits == nullptr) {
+            image->ReleaseBits();
+            return false;
+        }
+        const KernelTables t{m_bConvolutif != 0, m_nX, m_nY, m_pTabFiltreX, m_pTabFiltreY, m_pTabFiltre,
+                             m_fOffset, m_fFacteur};
+        const CRect rect = image->BoundingRectangle();
+        bool ok;
+        if (bitCount == 8)
+            ok = filter_image_stream<detail::Grey8>(width, height, bits, rect, t);
+        else if (bitCount == 16)
+            ok = filter_image_stream<detail::Grey16>(width, height, bits, rect, t);
+        else
+            ok = filter_image_stream<detail::Bgr24>(width, height, bits, rect, t);
+        image->ReleaseBits();
+        return ok;
+    }
     float * plane = detail::try_new_array<float>(count);
     if (plane == nullptr)
         return false;
@@ -155,6 +277,23 @@ bool CFiltre::FiltrerBuffer(long width, long height, float * buffer, CRect & rec
     const std::size_t count = plane_count(width, height, channels_for(bitCount));
     if (count == 0 || buffer == nullptr)
         return false;
+    if (detail::fast_paths_enabled()) {
+        // In place through the stream: the caller's plane and a few rows, no second plane. Only
+        // the rectangle changes, each pixel computed from the plane as it was.
+        m_bpp = static_cast<unsigned char>(bitCount);
+        if (!IsOK())
+            return false;
+        const FilterRegion g = detail::filter_region(width, height, rect);
+        const int C = channels_for(bitCount);
+        const int64_t stride = int64_t(width) * C;
+        const detail::PlaneSource src{buffer, stride};
+        const detail::PlaneSink sink{buffer, stride};
+        if (m_bConvolutif)
+            return C == 3 ? separable_stream<3>(width, height, g, m_nX, m_nY, m_pTabFiltreX, m_pTabFiltreY, true, src, sink)
+                          : separable_stream<1>(width, height, g, m_nX, m_nY, m_pTabFiltreX, m_pTabFiltreY, true, src, sink);
+        return C == 3 ? full_stream<3>(width, height, g, m_nX, m_nY, m_pTabFiltre, m_fOffset, m_fFacteur, true, true, src, sink)
+                      : full_stream<1>(width, height, g, m_nX, m_nY, m_pTabFiltre, m_fOffset, m_fFacteur, true, true, src, sink);
+    }
     float * result = detail::try_new_array<float>(count);
     if (result == nullptr)
         return false;

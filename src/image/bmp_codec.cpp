@@ -1,10 +1,11 @@
 // BMP files and packed bitmaps in and out of the pixel store.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
+#include "core/pixel.h"
 #include "image/byte_source.h"
 #include "image/ximage.h"
-#include "processing/detail/pixel.h"
 #include "kevra/platform.h"
 
 namespace kevra {
@@ -291,6 +292,23 @@ bool CxImage::encode(std::FILE * f, uint32_t image_type)
     std::fwrite(fh, 1, sizeof fh, f);
     std::fwrite(m_dib, 1, block_size(), f);
     return true;
+}
+
+uint64_t packed_bitmap_bytes(const void * header)
+{
+    const tagBITMAPINFOHEADER h = detail::get_header(static_cast<const uint8_t *>(header));
+    const int64_t width = h.biWidth, height = h.biHeight;
+    if (width <= 0 || height <= 0)
+        return kInfoHeaderSize; // creation fails: nothing past the header is read
+    const uint32_t store_bpp = h.biBitCount <= 1 ? 1 : h.biBitCount <= 4 ? 4 : h.biBitCount <= 8 ? 8
+                             : h.biBitCount <= 16 ? 16 : 24;
+    const uint64_t rows = static_cast<uint64_t>(detail::row_pitch(width, store_bpp)) * static_cast<uint64_t>(height);
+    if (h.biCompression != 0) // masks, then for 32 bits the unpadded rows
+        return kInfoHeaderSize + 12 +
+               (h.biBitCount == 32 ? static_cast<uint64_t>(width) * 4 * static_cast<uint64_t>(height) : 0);
+    if (h.biClrUsed != 0)
+        return kInfoHeaderSize + uint64_t(palette_entries_for(h.biBitCount)) * 4 + rows;
+    return std::max<uint64_t>(h.biSize, kInfoHeaderSize) + rows;
 }
 
 bool CxImage::build_from_packed(void * packed)

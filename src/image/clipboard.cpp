@@ -12,9 +12,8 @@ bool CDibRoot::CopyToClipboard()
     platform::clipboard &board = platform::current_clipboard();
     if (!board.open())
         return false;
-    // An empty image returns before closing: the clipboard stays open, as
-    // existing callers have always seen it (the next open from this thread
-    // still succeeds).
+    // An empty image returns before closing: the clipboard stays open, which
+    // callers rely on (the next open from this thread still succeeds).
     if (m_pCxImage == nullptr)
         return false;
 

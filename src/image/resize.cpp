@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/float_store.h"
 #include "image/ximage.h"
 #include "kevra/dib.h"
 #include "kevra/platform.h"
@@ -12,22 +13,9 @@
 namespace kevra {
 namespace {
 
-// Double to int as the target's conversion instruction does it: truncation
-// toward zero, saturating at the 32-bit limits, not-a-number giving 0. Only
-// absurd aspects (a zero side) ever reach the saturating cases.
-int32_t truncate_saturating(double v)
-{
-    if (std::isnan(v))
-        return 0;
-    if (v >= 2147483647.0)
-        return INT32_MAX;
-    if (v <= -2147483648.0)
-        return INT32_MIN;
-    return static_cast<int32_t>(v);
-}
-
-// 32-bit signed arithmetic that wraps like the target's registers instead of
-// overflowing (only reachable with rectangles near the 32-bit limits).
+// 32-bit signed arithmetic that wraps instead of overflowing, so that rectangles
+// near the 32-bit limits (the only ones that reach it) give the same, defined
+// result everywhere.
 int32_t wrap_add(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b)); }
 int32_t wrap_sub(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b)); }
 int32_t wrap_mul(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b)); }
@@ -96,11 +84,11 @@ void CDibRoot::RectHomothetique(int aspectWidth, int aspectHeight, CRect *rect)
     const double ratio = static_cast<double>(aspectWidth) / static_cast<double>(aspectHeight);
     const int32_t rw = wrap_sub(rect->right, rect->left);
     const int32_t rh = wrap_sub(rect->bottom, rect->top);
-    int32_t h = truncate_saturating(rw / ratio);
+    int32_t h = detail::truncate_i32(rw / ratio);
     int32_t w = rw;
     if (h > rh) {
         h = rh;
-        w = truncate_saturating(rh * ratio);
+        w = detail::truncate_i32(rh * ratio);
     }
     const int32_t dy = wrap_sub(rh, h) / 2;
     const int32_t dx = wrap_sub(rw, w) / 2;

@@ -1,11 +1,14 @@
 #include "image/ximage.h"
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 
+#include "core/float_store.h"
+#include "core/pixel.h"
 #include "kevra/platform.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra {
 
@@ -13,12 +16,12 @@ namespace detail {
 
 int32_t dpi_to_pels(int32_t dpi)
 {
-    return static_cast<int32_t>(std::floor(static_cast<double>(dpi) * 39.37007874015748 + 0.5));
+    return round_half_up_i32(static_cast<double>(dpi) * 39.37007874015748);
 }
 
 int32_t pels_to_dpi(int32_t pels)
 {
-    return static_cast<int32_t>(std::floor(static_cast<double>(pels) * 0.0254 + 0.5));
+    return round_half_up_i32(static_cast<double>(pels) * 0.0254);
 }
 
 namespace {
@@ -126,6 +129,11 @@ bool CxImage::create(int64_t width, int64_t height, uint32_t bit_count, uint32_t
         return false;
     const uint64_t pitch = static_cast<uint64_t>(detail::row_pitch(width, bpp));
     if (pitch > kMaxBlockBytes || pitch * static_cast<uint64_t>(height) > kMaxBlockBytes - kInfoHeaderSize - entries * 4)
+        return false;
+    // The application's ceiling on pixel data: a header announcing more is
+    // refused before a byte is allocated or cleared.
+    const uint64_t limit = platform::max_image_bytes();
+    if (limit != 0 && pitch * static_cast<uint64_t>(height) > limit)
         return false;
 
     tagBITMAPINFOHEADER & h = m_head.bmiHeader;
@@ -258,16 +266,19 @@ void CxImage::set_zone(CRect r)
     drop_selection();
     const int32_t w = width();
     const int32_t h = height();
-    // Low bound first, then the high one.
-    auto clamp = [](int32_t v, int32_t hi) {
-        v = v < 0 ? 0 : v;
-        return v > hi ? hi : v;
+    // Low bound first, then the high one. A store without pixels may carry
+    // any header (a refused packed bitmap's): 64-bit bounds keep w - 1 and
+    // h - 1 defined, and the result stays inside 32 bits.
+    auto clamp = [](int32_t v, int32_t size) {
+        const int64_t hi = std::max<int64_t>(int64_t(size) - 1, INT32_MIN);
+        const int64_t x = v < 0 ? 0 : v;
+        return static_cast<int32_t>(x > hi ? hi : x);
     };
     const int32_t l = r.left < r.right ? r.left : r.right;
     const int32_t rr = r.left < r.right ? r.right : r.left;
     const int32_t t = r.top < r.bottom ? r.top : r.bottom;
     const int32_t b = r.top < r.bottom ? r.bottom : r.top;
-    m_zone = CRect(clamp(l, w - 1), clamp(t, h - 1), clamp(rr, w - 1), clamp(b, h - 1));
+    m_zone = CRect(clamp(l, w), clamp(t, h), clamp(rr, w), clamp(b, h));
 }
 
 bool CxImage::build_grey_view()

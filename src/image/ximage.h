@@ -27,6 +27,12 @@ constexpr uint32_t kInfoHeaderSize = 40;
 // into a plain allocation failure.
 constexpr uint64_t kMaxBlockBytes = 0x7FFFFFFFu;
 
+// Bytes a packed bitmap (header, palette or masks, rows) must hold for the
+// build from it to read only inside the block, computed from its 40-byte
+// header alone (which must itself be readable). Used by callers that receive
+// blocks of a known length, such as the fuzzing harness.
+uint64_t packed_bitmap_bytes(const void * header);
+
 class CxImage {
 public:
     explicit CxImage(uint32_t image_type = kFormatBmp);
@@ -127,8 +133,8 @@ private:
     bool decode_into(detail::ByteSource & src); // the temporary store's side
     void convert_32_to_24(const uint8_t * src);
 
-    // Fields in their historical order (pitch .. selection box is the
-    // bookkeeping that Copy carries over).
+    // The store's fields (pitch .. selection box is the bookkeeping that Copy
+    // carries over).
     uint8_t * m_dib = nullptr;
     tagBITMAPINFO m_head{}; // only bmiHeader is meaningful
     uint32_t m_pitch = 0;

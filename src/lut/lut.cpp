@@ -1,15 +1,17 @@
 // The abstract table and the two grey tables. Both grey classes forward to the kernels of
-// processing/detail/lut.h with their entry type.
+// lut/detail/table_kernels.h with their entry type.
 #include "kevra/lut.h"
 
 #include <cstdint>
 #include <cstring>
 
+#include "core/fast_path.h"
+#include "core/float_store.h"
+#include "core/image_form.h"
 #include "kevra/dib.h"
 #include "kevra/drawing.h"
 #include "kevra/platform.h"
-#include "processing/detail/image_form.h"
-#include "processing/detail/lut.h"
+#include "lut/detail/table_kernels.h"
 
 namespace kevra {
 
@@ -21,17 +23,6 @@ template void apply_table<Grey8>(const View<Grey8> &, const Span &, const uint8_
 template void apply_table<Grey16>(const View<Grey16> &, const Span &, const uint16_t *);
 
 namespace {
-
-// Float to a device coordinate by truncation toward zero; values beyond the int range (only
-// from absurd rectangles) stop at its ends.
-int to_coordinate(float f)
-{
-    if (!(f > -2147483648.0f))
-        return f < 0.0f ? INT32_MIN : 0;
-    if (!(f < 2147483648.0f))
-        return INT32_MAX;
-    return static_cast<int>(f);
-}
 
 template <class T>
 void draw_curve(CDC *dc, const CRect &rect, const T *table, int32_t n, unsigned long couleur)
@@ -45,8 +36,8 @@ void draw_curve(CDC *dc, const CRect &rect, const T *table, int32_t n, unsigned 
     const float left = static_cast<float>(rect.left);
     const float bottom = static_cast<float>(rect.bottom);
     for (int32_t i = 0; i < n; ++i) {
-        const int x = to_coordinate(static_cast<float>(i) * sx + left);
-        const int y = to_coordinate(bottom - static_cast<float>(table[i]) * sy);
+        const int x = detail::truncate_i32(static_cast<float>(i) * sx + left);
+        const int y = detail::truncate_i32(bottom - static_cast<float>(table[i]) * sy);
         if (i == 0)
             dc->MoveTo(x, y);
         else
@@ -149,8 +140,11 @@ bool CLUT_8_Bpp::FiltrerBuffer(long width, long height, void *bits, CRect &rect)
 {
     if (bits == nullptr)
         return false;
-    detail::apply_table(detail::view<detail::Grey8>(width, height, static_cast<unsigned char *>(bits)),
-                        detail::table_span(width, height, rect), m_LUT);
+    const auto v = detail::view<detail::Grey8>(width, height, static_cast<unsigned char *>(bits));
+    if (detail::fast_paths_enabled())
+        detail::apply_table_fast(v, detail::table_span(width, height, rect), m_LUT);
+    else
+        detail::apply_table(v, detail::table_span(width, height, rect), m_LUT);
     return true;
 }
 
@@ -175,7 +169,7 @@ CLUT_16_Bpp::CLUT_16_Bpp(const unsigned short *pLUT) : CLUT(16)
         detail::identity_table(m_LUT, Donne_NbEntrees());
     } else {
         // 65536 bytes, not entries: only the lower half of the table comes from the array.
-        // Callers have always relied on exactly this; the upper half is left at zero.
+        // Callers rely on exactly this; the upper half is left at zero.
         std::memset(m_LUT, 0, sizeof m_LUT);
         std::memcpy(m_LUT, pLUT, 65536);
     }
@@ -222,8 +216,11 @@ bool CLUT_16_Bpp::FiltrerBuffer(long width, long height, void *bits, CRect &rect
 {
     if (bits == nullptr)
         return false;
-    detail::apply_table(detail::view<detail::Grey16>(width, height, static_cast<unsigned char *>(bits)),
-                        detail::table_span(width, height, rect), m_LUT);
+    const auto v = detail::view<detail::Grey16>(width, height, static_cast<unsigned char *>(bits));
+    if (detail::fast_paths_enabled())
+        detail::apply_table_fast(v, detail::table_span(width, height, rect), m_LUT);
+    else
+        detail::apply_table(v, detail::table_span(width, height, rect), m_LUT);
     return true;
 }
 

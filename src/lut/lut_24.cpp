@@ -9,10 +9,11 @@
 #include <string>
 #include <system_error>
 
+#include "core/fast_path.h"
 #include "kevra/drawing.h"
 #include "kevra/platform.h"
 #include "lut/detail/ini_file.h"
-#include "processing/detail/lut.h"
+#include "lut/detail/table_kernels.h"
 
 namespace kevra {
 
@@ -25,7 +26,8 @@ const char kValeurAbsente[] = "ECHEC";
 
 // Fills red, green and blue with palette `code`; false for a code without content.
 // The steps between quarters of 21 and 22 (green 252 at 127 then 255 at 128, red 126 at 191 then
-// 128 at 192 in palette 21) belong to the palettes as they have always been shown.
+// 128 at 192 in palette 21) belong to the palettes' definition, so a palette looks the same
+// on every display.
 bool fill_palette(int code, uint8_t *red, uint8_t *green, uint8_t *blue)
 {
     auto set = [&](int i, int r, int g, int b) {
@@ -83,31 +85,6 @@ std::wstring &profile_override()
 {
     static std::wstring name;
     return name;
-}
-
-std::string program_name()
-{
-    std::error_code ec;
-    const std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-    if (!ec && !exe.stem().empty())
-        return exe.stem().string();
-    return "kevra";
-}
-
-// "<config home>/kevra/<program>.ini"; empty when there is no home to put it in.
-std::string default_profile_path()
-{
-    std::filesystem::path base;
-    const char *xdg = std::getenv("XDG_CONFIG_HOME");
-    if (xdg != nullptr && xdg[0] == '/') {
-        base = xdg;
-    } else {
-        const char *home = std::getenv("HOME");
-        if (home == nullptr || home[0] == 0)
-            return std::string();
-        base = std::filesystem::path(home) / ".config";
-    }
-    return (base / "kevra" / (program_name() + ".ini")).string();
 }
 
 // atoi-like: blanks, an optional sign, decimal digits; anything else ends the number. The value
@@ -263,9 +240,13 @@ bool CLUT_24_Bpp::FiltrerBuffer(long width, long height, void *bits, CRect &rect
 {
     if (bits == nullptr)
         return false;
-    detail::apply_tables_bgr(detail::view<detail::Bgr24>(width, height, static_cast<unsigned char *>(bits)),
-                             detail::table_span(width, height, rect), m_LUTBleu.Donne_Table(),
-                             m_LUTVert.Donne_Table(), m_LUTRouge.Donne_Table());
+    const auto v = detail::view<detail::Bgr24>(width, height, static_cast<unsigned char *>(bits));
+    if (detail::fast_paths_enabled())
+        detail::apply_tables_bgr_fast(v, detail::table_span(width, height, rect), m_LUTBleu.Donne_Table(),
+                                      m_LUTVert.Donne_Table(), m_LUTRouge.Donne_Table());
+    else
+        detail::apply_tables_bgr(v, detail::table_span(width, height, rect), m_LUTBleu.Donne_Table(),
+                                 m_LUTVert.Donne_Table(), m_LUTRouge.Donne_Table());
     return true;
 }
 
@@ -352,7 +333,7 @@ std::string CLUT_24_Bpp::Donne_FichierIniDefaut()
     std::lock_guard<std::mutex> lock(profile_mutex());
     if (!profile_override().empty())
         return platform::to_utf8(profile_override().c_str());
-    return default_profile_path();
+    return platform::default_profile_path();
 }
 
 std::string CLUT_24_Bpp::ini_path() const

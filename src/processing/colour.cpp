@@ -1,50 +1,26 @@
 // Colour operations of the 24-bit class: the RGB/HSL model and the colour adjustments.
 //
-// Two rectangle conventions live side by side here, each kept as the operations have always
-// used it (callers rely on both):
+// Two rectangle conventions live side by side here, each part of its operations' results
+// (callers rely on both):
 //  * half-open (saturation, hue, luminance, whitening): columns left .. right - 1, picture rows
 //    top .. bottom - 1. Through an image form, which passes the inclusive working zone, these
 //    leave the zone's rightmost column and bottom row as they were.
 //  * inclusive (red/green/blue levels, black and white): columns left .. right, picture rows
 //    top .. bottom.
 // Neither is clipped to the image: buffer forms trust their rectangle.
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
+#include "core/fast_path.h"
+#include "core/image_form.h"
+#include "core/pixel.h"
 #include "kevra/dib.h"
 #include "kevra/lut.h"
 #include "kevra/traitement.h"
 #include "processing/detail/colour_model.h"
 #include "processing/detail/colour_walk.h"
-#include "processing/detail/image_form.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra {
-
-// The memoised path of the hue and lightness gains can be compiled out with
-// -DKEVRA_COLOUR_MEMO=0; at run time detail::set_colour_memo_enabled switches it.
-#ifndef KEVRA_COLOUR_MEMO
-#define KEVRA_COLOUR_MEMO 1
-#endif
-
-namespace detail {
-
-namespace {
-std::atomic<bool> g_colour_memo{KEVRA_COLOUR_MEMO != 0};
-} // namespace
-
-void set_colour_memo_enabled(bool enabled)
-{
-    g_colour_memo.store(enabled, std::memory_order_relaxed);
-}
-
-bool colour_memo_enabled()
-{
-    return KEVRA_COLOUR_MEMO != 0 && g_colour_memo.load(std::memory_order_relaxed);
-}
-
-} // namespace detail
 
 namespace {
 
@@ -66,7 +42,7 @@ void apply_model(long width, long height, void *bits, const CRect &rect, double 
 {
     const View<Bgr24> v = colour_view(width, height, bits);
     const PixelRuns runs = detail::half_open_runs(height, rect);
-    if (detail::colour_memo_enabled() && runs.pixels() >= kMemoMinPixels
+    if (detail::fast_paths_enabled() && runs.pixels() >= kMemoMinPixels
         && detail::apply_model_memo(v, runs, factor, model))
         return;
     detail::apply_model_plain(v, runs, factor, model);

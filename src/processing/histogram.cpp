@@ -3,14 +3,16 @@
 #include "kevra/traitement.h"
 
 #include <cstdint>
+#include <type_traits>
 
+#include "core/fast_path.h"
+#include "core/image_form.h"
+#include "core/pixel.h"
 #include "kevra/dib.h"
 #include "kevra/lut.h"
 #include "kevra/platform.h"
 #include "processing/detail/histogram.h"
-#include "processing/detail/image_form.h"
-#include "processing/detail/lut.h"
-#include "processing/detail/pixel.h"
+#include "processing/detail/histogram_fast.h"
 
 namespace kevra {
 
@@ -20,8 +22,6 @@ template void stretch_table<uint8_t>(uint8_t *, int32_t, const StretchLimits &);
 template void stretch_table<uint16_t>(uint16_t *, int32_t, const StretchLimits &);
 
 namespace {
-
-unsigned char *as_bytes(void *bits) { return static_cast<unsigned char *>(bits); }
 
 // Level of a pixel for each kind of count.
 struct FirstSample {
@@ -36,12 +36,42 @@ struct Luminance {
     int32_t operator()(const uint8_t *p) const { return luminance_level(p); }
 };
 
+// Grey levels, one bin a level (256 at 8 bits, 65536 at 16). The fast path deals 8-bit pixels
+// to sub-histograms (histogram_fast.h). At 16 bits neighbouring pixels rarely share a level
+// and sub-histograms of 65536 counts cost more to clear and merge than they save: the plain
+// walk counts them.
+template <class Px>
+void count_grey(const View<Px> &v, const Span &s, long *bins, int32_t nbins)
+{
+    if constexpr (Px::bpp == 8) {
+        if (fast_paths_enabled() && counts_fit(s) && nbins == 256) {
+            uint32_t scratch[4 * 256];
+            count_grey_fast<Px, 4>(v, s, bins, 256, scratch);
+            return;
+        }
+    }
+    count_levels<Px>(v, s, bins, nbins, FirstSample());
+}
+
+// The three bytes of each 24-bit pixel, each into its own 256 bins.
+void count_bytes(const View<Bgr24> &v, const Span &s, long *first, long *second, long *third)
+{
+    if (fast_paths_enabled() && counts_fit(s))
+        count_channels_fast(v, s, first, second, third);
+    else
+        count_channels(v, s, first, second, third);
+}
+
 template <class Px, class Level>
 bool histogram(long *bins, int32_t nbins, long width, long height, void *bits, const CRect &rect, Level level)
 {
     if (bins == nullptr || bits == nullptr)
         return false;
-    count_levels<Px>(view<Px>(width, height, as_bytes(bits)), clip_rect(width, height, rect), bins, nbins, level);
+    const View<Px> v = view<Px>(width, height, as_bytes(bits));
+    if constexpr (std::is_same_v<Level, FirstSample>)
+        count_grey<Px>(v, clip_rect(width, height, rect), bins, nbins);
+    else
+        count_levels<Px>(v, clip_rect(width, height, rect), bins, nbins, level);
     return true;
 }
 
@@ -64,8 +94,7 @@ bool stretch_grey(unsigned bpp, float low_share, float high_point, long width, l
     Lut *lut = try_new<Lut>(nullptr);
     bool result = false;
     if (bins != nullptr && lut != nullptr) {
-        count_levels<Px>(view<Px>(width, height, as_bytes(bits)), clip_rect(width, height, rect), bins, levels,
-                         FirstSample());
+        count_grey<Px>(view<Px>(width, height, as_bytes(bits)), clip_rect(width, height, rect), bins, levels);
         const StretchLimits lim = stretch_limits(bins, levels, low_share, high_point, buffer_pixels(width, height));
         stretch_table(lut->Donne_Table(), levels, lim);
         lut->FiltrerBuffer(width, height, bits, rect);
@@ -86,8 +115,8 @@ bool stretch_colour(float low_share, float high_point, long width, long height, 
     if (bits == nullptr)
         return false;
     long bins[3][256];
-    count_channels(view<Bgr24>(width, height, as_bytes(bits)), clip_rect(width, height, rect), bins[0], bins[1],
-                   bins[2]);
+    count_bytes(view<Bgr24>(width, height, as_bytes(bits)), clip_rect(width, height, rect), bins[0], bins[1],
+                bins[2]);
     const float pixels = buffer_pixels(width, height);
     StretchLimits common = stretch_limits(bins[0], 256, low_share, high_point, pixels);
     for (int c = 1; c < 3; ++c) {
@@ -164,7 +193,7 @@ bool CTraitementImg_16_Bpp::EgalisationHistogramme(float min, float max, CDibRoo
 }
 
 // ---- 24 bits: the first byte of a pixel is counted as red, the second as green, the third as
-// blue (the reverse of the bitmap's own order; callers have always read them so) -----------------
+// blue (the reverse of the bitmap's own order; the counts are defined so and callers read them so)
 
 bool CTraitementImg_24_Bpp::Donne_HistogrammeRouge(long *const histogramme, long width, long height, void *bits, CRect &rect)
 {
@@ -192,8 +221,8 @@ bool CTraitementImg_24_Bpp::Donne_Histogrammes(long *const rouge, long *const ve
 {
     if (rouge == nullptr || vert == nullptr || bleu == nullptr || bits == nullptr)
         return false;
-    detail::count_channels(detail::view<Bgr24>(width, height, static_cast<unsigned char *>(bits)),
-                           detail::clip_rect(width, height, rect), rouge, vert, bleu);
+    detail::count_bytes(detail::view<Bgr24>(width, height, static_cast<unsigned char *>(bits)),
+                        detail::clip_rect(width, height, rect), rouge, vert, bleu);
     return true;
 }
 

@@ -7,26 +7,11 @@
 // part of the behaviour, not something to unify.
 #include "kevra/traitement.h"
 
-#include <atomic>
-
+#include "core/image_form.h"
 #include "kevra/dib.h"
-#include "processing/detail/image_form.h"
 #include "processing/detail/median.h"
 
 namespace kevra {
-
-namespace detail {
-namespace {
-#ifdef KEVRA_MEDIAN_PLAIN_ONLY
-std::atomic<bool> g_median_fast{false};
-#else
-std::atomic<bool> g_median_fast{true};
-#endif
-} // namespace
-
-bool median_fast_enabled() { return g_median_fast.load(std::memory_order_relaxed); }
-void set_median_fast_enabled(bool enabled) { g_median_fast.store(enabled, std::memory_order_relaxed); }
-} // namespace detail
 
 namespace {
 
@@ -73,9 +58,10 @@ struct InteriorReciprocalDouble {
     }
 };
 
-// 16-bit interior: single precision throughout (it was made so for speed), mean = sum x (1 / N)
-// with 1 / N in single precision, deviation = tolerance x mean, and strict tests: a centre
-// exactly at mean +- deviation stays, where the 8-bit class would replace it.
+// 16-bit interior: single precision throughout (a deliberate difference from the 8-bit class,
+// part of the 16-bit results), mean = sum x (1 / N) with 1 / N in single precision,
+// deviation = tolerance x mean, and strict tests: a centre exactly at mean +- deviation stays,
+// where the 8-bit class would replace it.
 struct InteriorSingleStrict {
     static constexpr bool half_window = false;
     float inverse;
@@ -102,7 +88,8 @@ struct InteriorSingleStrict {
 // the centre (dy x pitch + dx x 3 > 0: the rows above the centre and the right half of its
 // own row) are gathered, into the first N / 2 slots. The mean still divides by the full N
 // (in double, as a quotient) and the sort takes all N slots, the other half keeping what
-// earlier sorts left there. This half window has always been the 24-bit behaviour and is kept.
+// earlier sorts left there. This half window is the 24-bit rule, kept so that 24-bit results
+// stay reproducible.
 struct InteriorHalfWindowQuotient {
     static constexpr bool half_window = true;
     double full;

@@ -2,30 +2,22 @@
 // depths side by side. Kernels: processing/detail/point_geometry.h.
 #include "kevra/traitement.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <type_traits>
 
+#include "core/image_form.h"
+#include "core/pixel.h"
 #include "kevra/dib.h"
 #include "kevra/lut.h"
 #include "kevra/palette.h"
 #include "kevra/platform.h"
-#include "processing/detail/image_form.h"
-#include "processing/detail/lut.h"
-#include "processing/detail/pixel.h"
 #include "processing/detail/point_geometry.h"
+#include "processing/detail/point_geometry_fast.h"
 
 namespace kevra {
 
 namespace detail {
-
-namespace {
-std::atomic<bool> g_rotate_fast{true};
-} // namespace
-
-bool rotate_fast_enabled() { return g_rotate_fast.load(std::memory_order_relaxed); }
-void set_rotate_fast_enabled(bool enabled) { g_rotate_fast.store(enabled, std::memory_order_relaxed); }
 
 template void fill_rows<Grey8>(const View<Grey8> &, const Span &, const PixelValue<Grey8> &);
 template void fill_rows<Grey16>(const View<Grey16> &, const Span &, const PixelValue<Grey16> &);
@@ -42,22 +34,28 @@ template void quick_rotate<Bgr24>(const View<Bgr24> &, const View<Bgr24> &, int)
 
 namespace {
 
-unsigned char *as_bytes(void *bits) { return static_cast<unsigned char *>(bits); }
-
 // Grey negative: a local table of the class's kind, M - i for every entry (65535 - i when the
 // depth is 16, else 255 - i), applied with the table's own walk. The 16-bit table is too large
-// for a stack, so both live on the heap; false when it cannot be had.
-template <class Lut>
+// for a stack, so both live on the heap; false when it cannot be had. When the table is the
+// complement of every sample (M is the class's own maximum), the fast path complements the
+// table walk's span directly; it still takes the table first, so that both paths fail alike.
+template <class Lut, class Px>
 bool negative_grey(unsigned bpp, long width, long height, void *bits, CRect &rect)
 {
     Lut *lut = try_new<Lut>(nullptr);
     if (lut == nullptr)
         return false;
     const int32_t n = lut_entries(bpp);
-    auto *table = lut->Donne_Table();
-    for (int32_t i = 0; i < n; ++i)
-        table[i] = static_cast<std::remove_pointer_t<decltype(table)>>(n - 1 - i);
-    const bool result = lut->FiltrerBuffer(width, height, bits, rect);
+    bool result;
+    if (fast_paths_enabled() && bits != nullptr && n - 1 == static_cast<int32_t>(typename Px::sample(~0u))) {
+        complement_span<Px>(view<Px>(width, height, as_bytes(bits)), clip_rect(width, height, rect));
+        result = true;
+    } else {
+        auto *table = lut->Donne_Table();
+        for (int32_t i = 0; i < n; ++i)
+            table[i] = static_cast<std::remove_pointer_t<decltype(table)>>(n - 1 - i);
+        result = lut->FiltrerBuffer(width, height, bits, rect);
+    }
     delete lut;
     return result;
 }
@@ -79,7 +77,12 @@ bool mirror_h(long width, long height, void *bits, const CRect &rect, typename P
 {
     if (bits == nullptr)
         return false;
-    mirror_h_rows<Px>(view<Px>(width, height, as_bytes(bits)), cut_to_image(width, height, rect), scratch);
+    const View<Px> v = view<Px>(width, height, as_bytes(bits));
+    const CRect rc = cut_to_image(width, height, rect);
+    if (fast_paths_enabled())
+        mirror_h_rows_fast<Px>(v, rc);
+    else
+        mirror_h_rows<Px>(v, rc, scratch);
     return true;
 }
 
@@ -96,7 +99,11 @@ bool mirror_v(long width, long height, void *bits, const CRect &rect)
     uint8_t *scratch = static_cast<uint8_t *>(try_alloc(bytes));
     if (scratch == nullptr)
         return false;
-    mirror_v_rows<Px>(view<Px>(width, height, as_bytes(bits)), rc, scratch);
+    const View<Px> v = view<Px>(width, height, as_bytes(bits));
+    if (fast_paths_enabled()) // exchanges in place; the segment is still taken so that both paths fail alike
+        mirror_v_rows_fast<Px>(v, rc);
+    else
+        mirror_v_rows<Px>(v, rc, scratch);
     std::free(scratch);
     return true;
 }
@@ -199,17 +206,23 @@ using detail::Grey8;
 
 bool CTraitementImg_8_Bpp::Negatif(long width, long height, void *bits, CRect &rect)
 {
-    return detail::negative_grey<CLUT_8_Bpp>(m_bpp, width, height, bits, rect);
+    return detail::negative_grey<CLUT_8_Bpp, Grey8>(m_bpp, width, height, bits, rect);
 }
 
 bool CTraitementImg_16_Bpp::Negatif(long width, long height, void *bits, CRect &rect)
 {
-    return detail::negative_grey<CLUT_16_Bpp>(m_bpp, width, height, bits, rect);
+    return detail::negative_grey<CLUT_16_Bpp, Grey16>(m_bpp, width, height, bits, rect);
 }
 
 bool CTraitementImg_24_Bpp::Negatif(long width, long height, void *bits, CRect &rect)
 {
-    // Colour: the inverted grey palette on all three channels.
+    // Colour: the inverted grey palette on all three channels, that is 255 - v on every byte of
+    // the table walk's span, which the fast path does directly.
+    if (detail::fast_paths_enabled() && bits != nullptr) {
+        detail::complement_span(detail::view<Bgr24>(width, height, static_cast<unsigned char *>(bits)),
+                                detail::clip_rect(width, height, rect));
+        return true;
+    }
     CLUT_24_Bpp lut(e_Palette12);
     return lut.FiltrerBuffer(width, height, bits, rect);
 }

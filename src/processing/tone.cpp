@@ -1,9 +1,9 @@
 // Tone adjustments: each rebuilds the working table and applies it to the rectangle.
 #include "kevra/traitement.h"
 
+#include "core/image_form.h"
 #include "kevra/dib.h"
 #include "kevra/lut.h"
-#include "processing/detail/image_form.h"
 
 namespace kevra {
 

@@ -1,9 +1,9 @@
 #include "kevra/traitement_base.h"
 
+#include "core/float_store.h"
+#include "core/image_form.h"
+#include "core/pixel.h"
 #include "kevra/dib.h"
-#include "processing/detail/float_store.h"
-#include "processing/detail/image_form.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra {
 

@@ -4,8 +4,8 @@
 // base's for the object's depth.
 #include "kevra/traitement.h"
 
+#include "core/image_form.h"
 #include "kevra/dib.h"
-#include "processing/detail/image_form.h"
 #include "processing/detail/unsharp.h"
 
 namespace kevra {
@@ -38,6 +38,9 @@ bool CTraitementImg_8_Bpp::UnsharpMasking(long width, long height, void *bits, C
     return detail::unsharp_rect(m_bpp, width, height, bits, rect, {rayon, gainP, gainN, SeuilP, SeuilN},
                                 255.0f, [this](long w, long h, void *b, CRect &rc, double t, unsigned short n) {
                                     return FiltreMedian(w, h, b, rc, t, n);
+                                },
+                                [this](long w, long h, void *b, void *o, CRect &rc, double t, unsigned short n) {
+                                    return FiltreMedianSimple(w, h, b, o, rc, t, n);
                                 });
 }
 
@@ -77,6 +80,9 @@ bool CTraitementImg_16_Bpp::UnsharpMasking(long width, long height, void *bits, 
     return detail::unsharp_rect(m_bpp, width, height, bits, rect, {rayon, gainP, gainN, SeuilP, SeuilN},
                                 65535.0f, [this](long w, long h, void *b, CRect &rc, double t, unsigned short n) {
                                     return FiltreMedian(w, h, b, rc, t, n);
+                                },
+                                [this](long w, long h, void *b, void *o, CRect &rc, double t, unsigned short n) {
+                                    return FiltreMedianSimple(w, h, b, o, rc, t, n);
                                 });
 }
 
@@ -116,6 +122,9 @@ bool CTraitementImg_24_Bpp::UnsharpMasking(long width, long height, void *bits, 
     return detail::unsharp_rect(m_bpp, width, height, bits, rect, {rayon, gainP, gainN, SeuilP, SeuilN},
                                 255.0f, [this](long w, long h, void *b, CRect &rc, double t, unsigned short n) {
                                     return FiltreMedian(w, h, b, rc, t, n);
+                                },
+                                [this](long w, long h, void *b, void *o, CRect &rc, double t, unsigned short n) {
+                                    return FiltreMedianSimple(w, h, b, o, rc, t, n);
                                 });
 }
 

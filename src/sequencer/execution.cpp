@@ -6,13 +6,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/float_store.h"
+#include "core/pixel.h"
 #include "kevra/dib.h"
 #include "kevra/filtre.h"
 #include "kevra/lut.h"
 #include "kevra/platform.h"
 #include "kevra/sequenceur.h"
 #include "kevra/traitement.h"
-#include "processing/detail/pixel.h"
 #include "sequencer/detail/steps.h"
 #include "sequencer/detail/trace.h"
 
@@ -44,19 +45,6 @@ uint8_t *alloc_buffer(int bpp, long width, long height)
     if (bits != nullptr)
         std::memset(bits, 0, bytes);
     return bits;
-}
-
-// Float to int as the target converts: truncation toward zero, saturating at
-// the 32-bit limits (reached only by absurd resampling sizes).
-int32_t truncate_saturating(float v)
-{
-    if (std::isnan(v))
-        return 0;
-    if (v >= 2147483648.0f)
-        return INT32_MAX;
-    if (v <= -2147483648.0f)
-        return INT32_MIN;
-    return static_cast<int32_t>(v);
 }
 
 // Runs a timed step: the clock is read before the step's own trace line and
@@ -235,10 +223,10 @@ struct sequence_runner {
         const float fh = static_cast<float>(newHeight);
         const float ow = static_cast<float>(work.width);
         const float oh = static_cast<float>(work.height);
-        r.left = truncate_saturating(static_cast<float>(r.left) * fw / ow);
-        r.right = truncate_saturating(static_cast<float>(r.right) * fw / ow);
-        r.top = truncate_saturating(static_cast<float>(r.top) * fh / oh);
-        r.bottom = truncate_saturating(static_cast<float>(r.bottom) * fh / oh);
+        r.left = detail::truncate_i32(static_cast<float>(r.left) * fw / ow);
+        r.right = detail::truncate_i32(static_cast<float>(r.right) * fw / ow);
+        r.top = detail::truncate_i32(static_cast<float>(r.top) * fh / oh);
+        r.bottom = detail::truncate_i32(static_cast<float>(r.bottom) * fh / oh);
 
         const bool result = processor.Resample(work.width, work.height, work.bits, newWidth,
                                                newHeight, resampled, p.facteur);

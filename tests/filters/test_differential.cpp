@@ -8,8 +8,11 @@
 #include <random>
 #include <vector>
 
+#include "core/fast_path.h"
 #include "filters/detail/convolution.h"
+#include "kevra/dib.h"
 #include "kevra/filtre.h"
+#include "kevra/platform.h"
 
 #include "filters/plane.h"
 
@@ -40,7 +43,6 @@ std::unique_ptr<CFiltre> random_filter(std::mt19937 &rng)
 
 TEST(FiltreDifferential, FastPathGivesThePlainBytes)
 {
-    const bool was_fast = detail::filters_fast_enabled();
     std::mt19937 rng(20240611);
     int compared = 0;
     for (int iter = 0; iter < 4000; ++iter) {
@@ -61,12 +63,20 @@ TEST(FiltreDifferential, FastPathGivesThePlainBytes)
                     std::swap(b[i], b[i + 2]);
         CRect rect(b[0], b[1], b[2], b[3]);
 
+        // The fast path on one thread or on three (odd strip heights, halos at the strip edges).
+        const unsigned threads = iter % 2 ? 3 : 1;
         GuardedPlane src(w, h, channels, static_cast<uint32_t>(iter + 1)), plain(w, h, channels), fast(w, h, channels);
-        detail::set_filters_fast_enabled(false);
-        const bool ok_plain = f->FiltrerBufferSimple(w, h, src.data(), plain.data(), rect, bitCount);
-        detail::set_filters_fast_enabled(true);
-        const bool ok_fast = f->FiltrerBufferSimple(w, h, src.data(), fast.data(), rect, bitCount);
-        detail::set_filters_fast_enabled(was_fast);
+        bool ok_plain = false, ok_fast = false;
+        {
+            detail::FastPathScope off(false);
+            ok_plain = f->FiltrerBufferSimple(w, h, src.data(), plain.data(), rect, bitCount);
+        }
+        {
+            detail::FastPathScope on(true);
+            platform::set_thread_count(threads);
+            ok_fast = f->FiltrerBufferSimple(w, h, src.data(), fast.data(), rect, bitCount);
+            platform::set_thread_count(1);
+        }
         ASSERT_TRUE(ok_plain && ok_fast);
         if (!plain.same_bytes(fast)) {
             for (std::size_t i = 0; i < plain.count(); ++i)
@@ -90,7 +100,9 @@ TEST(FiltreDifferential, FastPathGivesThePlainBytes)
         // In place: the rectangle takes the result, every other pixel keeps its bytes; the engine
         // itself writes nothing outside the rectangle.
         GuardedPlane inplace = src;
+        platform::set_thread_count(4 - threads);
         ASSERT_TRUE(f->FiltrerBuffer(w, h, inplace.data(), rect, bitCount));
+        platform::set_thread_count(1);
         ASSERT_TRUE(inplace.guards_intact()) << iter;
         // Bounds clamped into the image; picture rows top .. bottom are buffer rows h-1-bottom .. h-1-top.
         auto clamp = [](int v, int hi) { return v < 0 ? 0 : v > hi ? hi : v; };
@@ -106,6 +118,46 @@ TEST(FiltreDifferential, FastPathGivesThePlainBytes)
         ++compared;
     }
     EXPECT_GT(compared, 3000);
+}
+
+
+// The image entry (conversion, filter, clip, conversion back) streamed against the plain entry,
+// on one and on three threads: the whole pixel store compared, padding included.
+TEST(FiltreDifferential, StreamedImageEntryGivesThePlainBytes)
+{
+    std::mt19937 rng(77);
+    for (int iter = 0; iter < 600; ++iter) {
+        const int w = iter % 9 == 0 ? 1 : 1 + static_cast<int>(rng() % 40);
+        const int h = iter % 11 == 0 ? 1 : 1 + static_cast<int>(rng() % 30);
+        const int depth = iter % 3 == 0 ? 24 : (rng() % 2 ? 16 : 8);
+        std::unique_ptr<CFiltre> f = random_filter(rng);
+        if (!f->IsOK())
+            continue;
+        CDib plain(w, h, depth), fast(w, h, depth);
+        for (unsigned long i = 0; i < plain.SizeImage(); ++i)
+            plain.GetBits()[i] = fast.GetBits()[i] = static_cast<uint8_t>(rng());
+        int b[4];
+        for (int i = 0; i < 4; ++i)
+            b[i] = static_cast<int>(rng() % ((i % 2 ? h : w) + 6)) - 3;
+        plain.SetZoneTravail(CRect(b[0], b[1], b[2], b[3]));
+        fast.SetZoneTravail(CRect(b[0], b[1], b[2], b[3]));
+        const float offset = static_cast<float>(rng() % 256), factor = static_cast<float>(rng() % 5) * 0.5f;
+        bool ok_plain = false, ok_fast = false;
+        {
+            detail::FastPathScope off(false);
+            ok_plain = f->FiltrerAvecOffsetFacteur(&plain, offset, factor);
+        }
+        {
+            detail::FastPathScope on(true);
+            platform::set_thread_count(iter % 2 ? 3 : 1);
+            ok_fast = f->FiltrerAvecOffsetFacteur(&fast, offset, factor);
+            platform::set_thread_count(1);
+        }
+        ASSERT_EQ(ok_plain, ok_fast) << iter;
+        for (unsigned long i = 0; i < plain.SizeImage(); ++i)
+            ASSERT_EQ(plain.GetBits()[i], fast.GetBits()[i]) << "iteration " << iter << ": " << w << "x" << h << "x" << depth
+                                                             << " byte " << i << " (row " << i / plain.Pitch() << ")";
+    }
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 
 #include "image/ximage.h"
 #include "kevra/dib.h"
+#include "kevra/platform.h"
 #include "support/kevra_test.h"
 
 using namespace kevra;
@@ -155,6 +156,8 @@ TEST(BmpCodec, BadHeadersFailWithTheirTextAndKeepTheImage)
         {"far offset", 2, 2, 24, 0, 0x7FFFFFF0, "Error reading BMP data"},
         {"tiny rows", 64, 64, 8, 0, 0, "Error reading BMP data"},
         {"16 bit short", 9, 9, 16, 0, 0, "Error reading BMP data"},
+        // Rows never read (bit count 0) but a 2 GB store: over the image size limit.
+        {"unread rows over the limit", 65531, 240000, 0, 0, 0, "Can't allocate memory"},
     };
     for (const Case & c : cases) {
         SCOPED_TRACE(c.name);
@@ -336,4 +339,27 @@ TEST(LoadMarkers, EachLoadAppendsAPair)
     kevra_test::fs::create_directory(device.file("trace.txt")); // cannot be opened as a file
     EXPECT_TRUE(d.Load(dir.wfile("a.bmp").c_str(), 0));
     EXPECT_EQ(kevra_test::fs::file_size(device.file("traceLoadNULL.txt")), 0u);
+}
+
+// The image size limit counts pixel data only, refuses before allocating, and
+// 0 lifts it; creation beyond it fails like any failed allocation.
+TEST(BmpCodec, ImageSizeLimit)
+{
+    struct Limit {
+        uint64_t previous = platform::max_image_bytes();
+        explicit Limit(uint64_t bytes) { platform::set_max_image_bytes(bytes); }
+        ~Limit() { platform::set_max_image_bytes(previous); }
+    };
+    EXPECT_EQ(platform::max_image_bytes(), uint64_t(1) << 30);
+    CDibRoot src(CSize(5, 3), 24); // rows of 16 bytes: 48 bytes of pixels
+    const std::vector<uint8_t> file = saved_bytes(src);
+    for (uint64_t limit : {uint64_t(48), uint64_t(47), uint64_t(0)}) {
+        SCOPED_TRACE(limit);
+        Limit set(limit);
+        CDibRoot d(CSize(3, 3), 8);
+        fill_known(d);
+        EXPECT_EQ(load_bytes(d, file), limit != 47);
+        EXPECT_EQ(d.Width(), limit != 47 ? 5 : 3);
+        EXPECT_EQ(CDibRoot(CSize(5, 3), 24).IsOK(), limit != 47);
+    }
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "kevra/lut.h"
+#include "kevra/platform.h"
 #include "support/kevra_test.h"
 
 using namespace kevra;
@@ -106,7 +107,7 @@ TEST(LutIni, FailuresChangeNothing)
 }
 
 // A table naming no file uses the application's profile under the configuration directory,
-// or the file the application set.
+// the file the application set, or the platform's replacement location.
 TEST(LutIni, DefaultFileLivesUnderTheConfigDirectory)
 {
     kevra_test::TempDir dir;
@@ -122,6 +123,11 @@ TEST(LutIni, DefaultFileLivesUnderTheConfigDirectory)
     EXPECT_TRUE(lut.Sauvegarde_INI());
     EXPECT_TRUE(fs::exists(dir.file("app.ini")));
     CLUT_24_Bpp::SetFichierIniDefaut(nullptr);
+    // The location is a platform service the application can replace.
+    auto previous = platform::set_default_profile_path_handler([&] { return dir.file("host.ini"); });
+    EXPECT_TRUE(lut.Sauvegarde_INI());
+    EXPECT_TRUE(fs::exists(dir.file("host.ini")));
+    platform::set_default_profile_path_handler(previous);
     if (old != nullptr)
         ::setenv("XDG_CONFIG_HOME", saved.c_str(), 1);
     else

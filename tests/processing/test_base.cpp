@@ -2,11 +2,9 @@
 // its helpers, tone adjustments and the placeholder pseudo-relief.
 #include <gtest/gtest.h>
 
-#include <limits>
 
+#include "core/pixel.h"
 #include "kevra/lut.h"
-#include "processing/detail/float_store.h"
-#include "processing/detail/pixel.h"
 #include "processing_test.h"
 
 using namespace kevra;
@@ -56,20 +54,6 @@ TEST(ProcessingBase, ClassRecordsAddressingAndClipping)
     EXPECT_TRUE(detail::clip_rect(4, 3, CRect(0, 2, 3, 1)).empty()); // top > bottom
     EXPECT_TRUE(detail::clip_rect(4, 3, CRect(INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN)).empty());
     EXPECT_TRUE(detail::clip_rect(4, 3, CRect(INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX)).empty());
-}
-
-TEST(ProcessingBase, FloatStoreTruncatesAndKeepsLowBits)
-{
-    EXPECT_EQ(detail::store_u8(300.7f), 44);
-    EXPECT_EQ(detail::store_u8(255.9f), 255);
-    EXPECT_EQ(detail::store_u8(0.99f), 0);
-    EXPECT_EQ(detail::store_u16(65536.5f), 0);
-    EXPECT_EQ(detail::store_u16(70000.0f), 70000 - 65536);
-    // Deterministic out-of-range rule: truncate, then two's-complement wrap.
-    EXPECT_EQ(detail::store_u8(-1.5f), 0xFF);
-    EXPECT_EQ(detail::store_u16(-2.0f), 0xFFFE);
-    EXPECT_EQ(detail::store_u8(std::numeric_limits<float>::quiet_NaN()), 0);
-    EXPECT_EQ(detail::store_u8(1e30f), 0);
 }
 
 // Round trip of every depth over a rectangle: the plane outside it is untouched, fractions are

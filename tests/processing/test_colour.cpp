@@ -5,6 +5,7 @@
 #include <cstring>
 #include <functional>
 
+#include "core/fast_path.h"
 #include "kevra/lut.h"
 #include "processing/detail/colour_walk.h"
 #include "processing_test.h"
@@ -347,9 +348,11 @@ TEST(ColourMemo, PublicFormsAndAllocationFallback)
             auto call = [&](Buf &b) {
                 return op == 0 ? t.ReglageTeinte(150, b.w, b.h, b.bits(), rc) : t.ReglageLuminance(130, b.w, b.h, b.bits(), rc);
             };
-            detail::set_colour_memo_enabled(false);
-            EXPECT_TRUE(call(plain));
-            detail::set_colour_memo_enabled(true);
+            {
+                detail::FastPathScope off(false);
+                EXPECT_TRUE(call(plain));
+            }
+            detail::FastPathScope on(true);
             proc_test::FailIf fail([mode](std::size_t) { return mode == 1; });
             EXPECT_TRUE(call(other));
             EXPECT_FALSE(mode == 1 && run_model(true, other, rc, 1.0, detail::scale_lightness));

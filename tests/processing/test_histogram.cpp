@@ -1,5 +1,5 @@
-// Histograms of the three depths and the percentile stretch. Expected stretch tables were
-// computed separately with single-precision emulation.
+// Histograms of the three depths and the percentile stretch. Each expected stretch value is
+// derived in single precision in the comment beside it.
 #include <gtest/gtest.h>
 
 #include <cstring>

@@ -2,6 +2,7 @@
 // the buffer safety of every depth.
 #include <gtest/gtest.h>
 
+#include "core/fast_path.h"
 #include "processing/detail/median.h"
 #include "processing_test.h"
 
@@ -226,8 +227,9 @@ TEST(Median, AllocationFailureLeavesTheImage)
     }
 }
 
-// The fast interior (running integer sums, samples gathered only for replaced centres) against
-// the plain one, at zero tolerance on the bytes: random images with smooth and noisy parts,
+// The fast interior (running integer sums, only the call's first replacement gathered and
+// sorted, rows in strips on one thread or three) against the plain one, at zero tolerance on
+// the bytes: random images with smooth and noisy parts,
 // every depth, odd widths, 1-pixel images, radii up to the limit of exact sums at 16 bits,
 // rectangles touching each edge, partly or wholly outside, inverted. Whole buffers compared,
 // padding included; neither path writes past the pixels of a row or the buffer.
@@ -251,10 +253,17 @@ TEST(Median, FastInteriorMatchesPlain)
             for (int i = 0; i < w * bpp / 8; ++i)
                 a.bits()[r * a.pitch + i] = static_cast<uint8_t>(100 + (i + r) % 7 + (pick(0, 20) == 0 ? 90 : 0));
         Buf b = a;
-        detail::set_median_fast_enabled(false);
-        ASSERT_TRUE(median(a, rc, tol, n));
-        detail::set_median_fast_enabled(true);
-        ASSERT_TRUE(median(b, rc, tol, n));
+        {
+            detail::FastPathScope plain(false);
+            ASSERT_TRUE(median(a, rc, tol, n));
+        }
+        {
+            detail::FastPathScope fast(true);
+            platform::set_thread_count(iter % 2 ? 3 : 1);
+            const bool ok = median(b, rc, tol, n);
+            platform::set_thread_count(1);
+            ASSERT_TRUE(ok);
+        }
         ASSERT_TRUE(a.intact() && b.intact()) << iter;
         ASSERT_EQ(proc_test::first_difference(a, b), "")
             << "iter " << iter << " (" << bpp << " bits, " << w << "x" << h << ", n " << n << ")";

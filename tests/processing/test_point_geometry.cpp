@@ -1,6 +1,7 @@
 // Per-depth classes: construction, negative, fill, mirrors, quarter turns, addition entry point.
 #include <gtest/gtest.h>
 
+#include "core/fast_path.h"
 #include "kevra/lut.h"
 #include "processing/detail/point_geometry.h"
 #include "processing_test.h"
@@ -289,10 +290,14 @@ TEST(QuickRotate, TiledWalkGivesThePlainBytes)
             for (int angle = 0; angle < 3; ++angle) {
                 Buf src(sz[0], sz[1], bpp, ++seed);
                 Buf fast(angle == 1 ? sz[0] : sz[1], angle == 1 ? sz[1] : sz[0], bpp, 1), plain = fast;
-                detail::set_rotate_fast_enabled(false);
-                ASSERT_TRUE(turn(bpp, angle, src, plain));
-                detail::set_rotate_fast_enabled(true);
-                ASSERT_TRUE(turn(bpp, angle, src, fast));
+                {
+                    detail::FastPathScope off(false);
+                    ASSERT_TRUE(turn(bpp, angle, src, plain));
+                }
+                {
+                    detail::FastPathScope on(true);
+                    ASSERT_TRUE(turn(bpp, angle, src, fast));
+                }
                 EXPECT_EQ(proc_test::first_difference(fast, plain), "")
                     << sz[0] << "x" << sz[1] << " bpp " << bpp << " angle " << angle;
                 EXPECT_TRUE(fast.intact());

@@ -2,6 +2,7 @@
 // outer band), refusals, and buffer safety.
 #include <gtest/gtest.h>
 
+#include "core/fast_path.h"
 #include "processing_test.h"
 
 using namespace kevra;
@@ -156,5 +157,36 @@ TEST(Resample, RandomSizesStayInsideTheBuffers)
         ASSERT_TRUE(resample(src, dst, static_cast<unsigned char>(pick(0, 4)))) << iter;
         ASSERT_TRUE(dst.intact() && src.intact()) << iter;
         ASSERT_EQ(src.rows(), before) << iter;
+    }
+}
+
+// The fast schedules (sinc rows in a ring, bilinear blended rows, strips on threads) against the
+// plain walks at zero tolerance: every depth, 1-pixel sources and destinations, odd widths,
+// reductions, enlargements and mixed scales, modes 0 to 3, one thread and three.
+TEST(Resample, FastGivesThePlainBytes)
+{
+    std::mt19937 rng(5150);
+    auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+    for (int iter = 0; iter < 400; ++iter) {
+        const int bpp = 8 * (1 + iter % 3);
+        const long w = iter < 6 ? 1 : pick(1, 50), h = iter < 9 ? 1 : pick(1, 40);
+        const long w2 = pick(1, iter % 2 ? 60 : static_cast<int>(w)), h2 = pick(1, iter % 3 ? 50 : static_cast<int>(h));
+        const auto mode = static_cast<unsigned char>(pick(0, 3));
+        Buf src(w, h, bpp, static_cast<uint32_t>(iter + 3)), plain(w2, h2, bpp, 9), fast(w2, h2, bpp, 9);
+        bool ok_plain = false, ok_fast = false;
+        {
+            detail::FastPathScope off(false);
+            ok_plain = resample(src, plain, mode);
+        }
+        {
+            detail::FastPathScope on(true);
+            platform::set_thread_count(iter % 2 ? 3 : 1);
+            ok_fast = resample(src, fast, mode);
+            platform::set_thread_count(1);
+        }
+        ASSERT_EQ(ok_plain, ok_fast) << iter;
+        ASSERT_EQ(proc_test::first_difference(plain, fast), "")
+            << "iteration " << iter << ": " << w << "x" << h << " to " << w2 << "x" << h2 << " mode " << int(mode) << " at " << bpp;
+        ASSERT_TRUE(fast.intact()) << iter;
     }
 }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "core/fast_path.h"
 #include "processing_test.h"
 
 using namespace kevra;
@@ -148,5 +149,37 @@ TEST(Unsharp, RandomGeometriesChangeOnlyTheirArea)
         }
         SCOPED_TRACE(iter);
         proc_test::expect_in_rect(before, b, rc, [&](int, long x, long r, int c) { return b.get(x, r, c); });
+    }
+}
+
+// The streamed schedule (no planes, rows in rings, strips on threads) against the plain steps at
+// zero tolerance: every depth, 1-pixel images, odd widths, rectangles over each edge, radii
+// wider than the image, one thread and three.
+TEST(Unsharp, StreamedGivesThePlainBytes)
+{
+    std::mt19937 rng(909);
+    auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+    for (int iter = 0; iter < 300; ++iter) {
+        const int bpp = 8 * (1 + iter % 3);
+        const int w = iter < 6 ? 1 : pick(1, 40), h = iter < 6 ? 1 : pick(1, 30);
+        const Params p = {static_cast<float>(pick(1, iter % 10 == 0 ? 40 : 6)) + 0.25f, pick(0, 30) * 0.1f,
+                          pick(1, 30) * 0.1f, static_cast<float>(pick(0, 20)), static_cast<float>(pick(0, 20))};
+        const CRect rc(pick(-3, w + 1), pick(-3, h + 1), pick(-3, w + 3), pick(-3, h + 3));
+        Buf plain(w, h, bpp, static_cast<uint32_t>(iter + 1));
+        Buf fast = plain;
+        bool ok_plain = false, ok_fast = false;
+        {
+            detail::FastPathScope off(false);
+            ok_plain = unsharp(plain, rc, p);
+        }
+        {
+            detail::FastPathScope on(true);
+            platform::set_thread_count(iter % 2 ? 3 : 1);
+            ok_fast = unsharp(fast, rc, p);
+            platform::set_thread_count(1);
+        }
+        ASSERT_EQ(ok_plain, ok_fast) << iter;
+        ASSERT_EQ(proc_test::first_difference(plain, fast), "") << "iteration " << iter << ": " << w << "x" << h << "x" << bpp;
+        ASSERT_TRUE(fast.intact()) << iter;
     }
 }

@@ -30,6 +30,10 @@ using S = kevra::CSequenceur;
 #define KEVRA_CLI_PATH ""
 #define KEVRA_CLI_REQUIRED() GTEST_SKIP() << "the kevra program is not built (CLI11 missing)"
 #endif
+// Words run before the program (the emulator of a cross build), each space-separated.
+#ifndef KEVRA_CLI_EMULATOR
+#define KEVRA_CLI_EMULATOR ""
+#endif
 
 struct CliRun {
     int code = -1;
@@ -47,7 +51,7 @@ inline std::string read_text(const std::string & path)
 inline CliRun run_cli(const std::vector<std::string> & args, const TempDir & dir, const std::string & cwd = "")
 {
     const std::string out = dir.file(".stdout"), err = dir.file(".stderr");
-    std::string command = (cwd.empty() ? "" : "cd '" + cwd + "' && ") + "'" + KEVRA_CLI_PATH + "'";
+    std::string command = (cwd.empty() ? "" : "cd '" + cwd + "' && ") + KEVRA_CLI_EMULATOR + "'" + KEVRA_CLI_PATH + "'";
     for (const std::string & a : args)
         command += " '" + a + "'";
     const int status = std::system((command + " >'" + out + "' 2>'" + err + "'").c_str());
@@ -86,7 +90,8 @@ inline void write_picture(const std::string & path, int width, int height, int b
 }
 
 // The bytes the library itself gives: load, optional zone, the steps added in
-// execution order, Filtrer, Save. Empty when the run fails.
+// execution order, Filtrer, Save, with the input's resolution carried through
+// (a quarter turn swaps it, a resampling scales it). Empty when the run fails.
 inline std::vector<uint8_t> library_result(const std::string & in, const std::vector<Step> & steps,
                                            const kevra::CRect * zone, const TempDir & dir)
 {
@@ -97,8 +102,23 @@ inline std::vector<uint8_t> library_result(const std::string & in, const std::ve
     kevra::CSequenceur sequencer;
     for (const Step & s : steps)
         EXPECT_TRUE(sequencer.AddTraitement(s.code, s.params)) << "step " << s.code;
+    double x = image.GetXPelsPerMeter(), y = image.GetYPelsPerMeter();
+    long w = image.Width(), h = image.Height();
+    for (const Step & s : steps) {
+        if (s.code == S::e_QuickRotate && s.params.angle != kevra::CTraitementImgBase::e_Angle180) {
+            std::swap(x, y);
+            std::swap(w, h);
+        } else if (s.code == S::e_Resample) {
+            x = x * s.params.width / w, y = y * s.params.height / h;
+            w = s.params.width, h = s.params.height;
+        }
+    }
     const std::string out = dir.file(".library.bmp");
-    if (!sequencer.Filtrer(&image) || !image.Save(wide(out).c_str(), 0))
+    if (!sequencer.Filtrer(&image))
+        return {};
+    image.SetXPelsPerMeter(static_cast<unsigned long>(x + 0.5));
+    image.SetYPelsPerMeter(static_cast<unsigned long>(y + 0.5));
+    if (!image.Save(wide(out).c_str(), 0))
         return {};
     std::vector<uint8_t> bytes = read_file(out);
     std::remove(out.c_str());

@@ -37,6 +37,7 @@ TEST_F(CliCommands, InfoGivesSizeDepthPaletteResolutionZoneAndStatistics)
     CliRun r = run_cli({"info", in}, dir);
     ASSERT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.out, "file:        " + in + "\n"
+                     "format:      BMP, 8-bit grey\n"
                      "size:        4 x 2 pixels\n"
                      "depth:       8 bits (grey levels 0-255)\n"
                      "palette:     grey ramp (palette 11)\n"

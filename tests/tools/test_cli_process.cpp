@@ -31,7 +31,7 @@ TEST_F(CliProcess, ChainsMatchTheLibrary)
          &zone},
         {16, 37, 29,
          {"--median", "0.25,3", "--filter", "gradient-diagonal", "--unsharp", "2,1.5,1,10,20", "--gamma", "0.8",
-          "--stretch", "0.005,0.995"},
+          "--stretch", "0.005,0.995", "--threads", "2"},
          {{S::e_FiltreMedian, median(0.25, 3)}, {S::e_Filtre, filter(kevra::CFiltre::Filtre_GradientDiagonal, 3, 1.0f)},
           {S::e_UnsharpMasking, unsharp(2.0f, 1.5f, 1.0f, 10.0f, 20.0f)},
           {S::e_LUT_LuminositeContrasteGamma, tone(0.0f, 1.0f, 0.8f)},
@@ -174,9 +174,9 @@ TEST_F(CliProcess, FailuresAreOneLineMessagesAndLeaveNoPartialOutput)
         std::string err;
     } cases[] = {
         {missing, out, {"--negative"}, "No such file or directory"},
-        {text, out, {"--negative"}, "not a BMP file"},
+        {text, out, {"--negative"}, "not an image file kevra reads (BMP, PNG, TIFF, JPEG or DICOM)"},
         {cut, out, {"--negative"}, "truncated BMP file (1271 bytes, 1278 expected)"},
-        {rle, out, {"--negative"}, "compression type not supported"}, // the library's own text
+        {rle, out, {"--negative"}, "truncated BMP file (RLE8 data cut short)"},
         {in, out, {"--saturation", "50"}, "--saturation 50 needs a 24-bit colour image (this one is 8-bit)"},
         {in, nowhere, {"--negative"}, "cannot write: No such file or directory"},
     };
@@ -234,7 +234,7 @@ TEST_F(CliProcess, SeveralFilesInParallelCarryOnAfterAFailure)
     args.insert(args.end(), {bad, "--median", "0.2,3", "--negative"});
     CliRun r = run_cli(args, dir);
     EXPECT_EQ(r.code, 1);
-    EXPECT_EQ(r.err, "kevra: " + bad + ": not a BMP file (header cut short)\nkevra: 1 of 6 files failed\n");
+    EXPECT_EQ(r.err, "kevra: " + bad + ": not a BMP file (header cut short)\nkevra: 5 of 6 files written, 1 failed\n");
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(read_file(dir.file("out/in" + std::to_string(i) + ".bmp")),
                   library_result(inputs[i], {{S::e_FiltreMedian, median(0.2, 3)}, {S::e_Negatif, params()}},
@@ -242,11 +242,22 @@ TEST_F(CliProcess, SeveralFilesInParallelCarryOnAfterAFailure)
             << i;
     EXPECT_EQ(listing(dir.file("out")).size(), 5u);
 
+    // Away from a terminal a clean batch ends with one line (none with -q);
+    // -v counts the files.
+    r = run_cli({"process", "--out-dir", dir.file("out2"), "-j", "1", "-v", inputs[0], inputs[1], "--negative"}, dir);
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.err, "kevra: 2 of 2 files written\n");
+    EXPECT_EQ(r.out.rfind("[1/2] " + dir.file("out2/in0.bmp") + ": 21 x 17 pixels, ", 0), 0u) << r.out;
+    EXPECT_NE(r.out.find("\n[2/2] " + dir.file("out2/in1.bmp") + ": 22 x 17 pixels, "), std::string::npos) << r.out;
+    r = run_cli({"process", "--out-dir", dir.file("out2"), "-q", inputs[0], "--negative"}, dir);
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.err, "");
+
     const std::vector<uint8_t> before = read_file(inputs[0]);
     r = run_cli({"process", "--out-dir", dir.path().string(), inputs[0], "--negative"}, dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err, "kevra: " + inputs[0] + ": its output " + dir.path().string() + "/in0.bmp would replace an input "
-                     "(choose another --out-dir)\nkevra: 1 of 1 files failed\n");
+                     "(choose another --out-dir)\nkevra: 0 of 1 files written, 1 failed\n");
     EXPECT_EQ(read_file(inputs[0]), before);
 }
 

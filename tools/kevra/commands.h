@@ -28,6 +28,11 @@ Command add_convert_command(CLI::App & app);
 Command add_palette_command(CLI::App & app);
 Command add_demo_command(CLI::App & app);
 
+// --format bmp|png|tiff on a command that writes a file.
+void add_format_option(CLI::App & command, std::string & format);
+// "kevra: note: <file>: <text>" for each note of a loaded file.
+struct SourceInfo;
+void show_notes(const std::string & file, const SourceInfo & info);
 // "WIDTHxHEIGHT". Throws UsageError naming the option.
 void parse_size(const std::string & option, const std::string & text, int & width, int & height);
 

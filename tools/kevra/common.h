@@ -35,22 +35,17 @@ public:
 std::wstring widen(const std::string & utf8);
 std::string narrow(const wchar_t * text);
 
-// Loads a BMP file. Before handing it to the library, checks what the library
-// cannot say clearly: the file exists and can be read, starts with "BM", and
-// holds as many bytes as its header announces. `depths` lists the accepted bit
-// counts (empty: any). Throws Failure("<path>: <reason>").
-void load_bmp(const std::string & path, kevra::CDib & image, const std::vector<int> & depths);
-
-// Saves through a temporary file in the destination's directory, then renames
-// it over the destination, so that a failed save never leaves a partial or
-// truncated file under the destination's name. Throws Failure("<path>: <reason>").
-void save_bmp(kevra::CDib & image, const std::string & path);
-
 // The library shows some refusals in a message box and writes some notes to
 // a debug output. The command line collects them per thread instead, so that
 // they can end up in the one-line message of the file concerned.
 void install_library_notices();
 std::string take_library_notices(); // "" when none; texts joined with "; "
+
+// -q/--quiet: no notes, no batch summary when all went well.
+void set_quiet(bool on);
+bool quiet();
+// "kevra: note: <text>" on stderr, unless quiet.
+void note(const std::string & text);
 
 // "12.5" style number without trailing zeros.
 std::string format_number(double value, int decimals);

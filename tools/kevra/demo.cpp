@@ -2,6 +2,7 @@
 // written as BMP files with a page showing them side by side.
 #include "commands.h"
 #include "common.h"
+#include "imageio.h"
 #include "pictures.h"
 #include "run.h"
 #include "steps.h"
@@ -74,7 +75,7 @@ public:
 
     void save(kevra::CDib & image, const std::string & name, Section & section)
     {
-        save_bmp(image, dir_ + "/" + name);
+        save_image(image, dir_ + "/" + name, "bmp");
         section.files.push_back(name);
         ++written_;
     }

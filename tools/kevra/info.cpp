@@ -1,6 +1,7 @@
 // `kevra info`: what the library sees in a BMP file.
 #include "commands.h"
 #include "common.h"
+#include "imageio.h"
 #include "pictures.h"
 
 #include "kevra/dib.h"
@@ -67,11 +68,18 @@ struct InfoOptions {
 
 int run_info(const InfoOptions & o)
 {
+    const kevra::CRect * zone = nullptr;
+    kevra::CRect given;
+    if (!o.zone.empty())
+        zone = &(given = parse_zone(o.zone));
     install_library_notices();
     kevra::CDib image;
-    load_bmp(o.file, image, {});
-    if (!o.zone.empty())
-        image.SetZoneTravail(parse_zone(o.zone));
+    const SourceInfo source = load_image(o.file, image, {});
+    show_notes(o.file, source);
+    if (zone != nullptr) {
+        check_zone(*zone, image.Width(), image.Height(), false);
+        image.SetZoneTravail(*zone);
+    }
     const long w = image.Width();
     const long h = image.Height();
     const kevra::CRect z = image.BoundingRectangle();
@@ -79,7 +87,9 @@ int run_info(const InfoOptions & o)
     const auto xres = static_cast<long>(image.GetXPelsPerMeter());
     const auto yres = static_cast<long>(image.GetYPelsPerMeter());
 
-    std::printf("file:        %s\n", o.file.c_str());
+    std::printf("file:        %s\n", o.file == "-" ? "standard input" : o.file.c_str());
+    std::printf("format:      %s%s\n", source.form.c_str(),
+                source.read_as.empty() ? "" : (" (read as " + source.read_as + ")").c_str());
     std::printf("size:        %ld x %ld pixels\n", w, h);
     std::printf("depth:       %s\n", depth_text(image.BitCount()).c_str());
     std::printf("palette:     %s\n", palette_kind(image).c_str());
@@ -104,8 +114,8 @@ int run_info(const InfoOptions & o)
 Command add_info_command(CLI::App & app)
 {
     auto o = std::make_shared<InfoOptions>();
-    CLI::App * c = app.add_subcommand("info", "Size, depth, palette, resolution, working zone and histogram statistics");
-    c->add_option("file", o->file, "The BMP file")->required()->type_name("IN.bmp");
+    CLI::App * c = app.add_subcommand("info", "File format, size, depth, palette, resolution, working zone and histogram statistics");
+    c->add_option("file", o->file, "The image (- for standard input)")->required()->type_name("IN");
     c->add_option("--zone", o->zone, "Statistics over this zone only (inclusive, row 0 at the top)")
         ->type_name("L,T,R,B");
     c->footer("Histogram lines: one for grey images; blue, green, red and the library's luminance for colour\n"

@@ -2,14 +2,17 @@
 // files in parallel.
 #include "commands.h"
 #include "common.h"
+#include "imageio.h"
 #include "run.h"
 #include "steps.h"
 
 #include "kevra/dib.h"
+#include "kevra/platform.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <atomic>
 #include <chrono>
 #include <cerrno>
@@ -24,6 +27,19 @@
 #include <unistd.h>
 
 namespace kevra_cli {
+
+void add_format_option(CLI::App & command, std::string & format)
+{
+    command.add_option("--format", format, "Output format, whatever the output name says (default: from its extension)")
+        ->check(CLI::IsMember({"bmp", "png", "tiff", "tif"}, CLI::ignore_case))
+        ->type_name("bmp|png|tiff");
+}
+
+void show_notes(const std::string & file, const SourceInfo & info)
+{
+    for (const std::string & n : info.notes)
+        note((file == "-" ? std::string("standard input") : file) + ": " + n);
+}
 
 void parse_size(const std::string & option, const std::string & text, int & width, int & height)
 {
@@ -53,41 +69,71 @@ struct ProcessOptions {
     std::string out_dir;
     std::string zone;
     std::string trace;
+    std::string format;
     bool verbose = false;
     unsigned jobs = 0;
+    unsigned threads = 1;
     StepOptions steps;
 };
-
-std::string base_name(const std::string & path)
-{
-    const std::size_t slash = path.find_last_of('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 std::string ms_text(double ms)
 {
     return format_number(ms, ms < 10.0 ? 2 : 1) + " ms";
 }
 
-// One file through the chain; throws Failure. Notes go to `notes`.
+// The input's resolution, carried through the chain: a quarter turn swaps
+// the two directions, a resampling scales them with the pixel counts.
+void carry_resolution(const std::vector<Step> & steps, unsigned long xppm, unsigned long yppm, long width,
+                      long height, kevra::CDib & image)
+{
+    double x = static_cast<double>(xppm), y = static_cast<double>(yppm);
+    long w = width, h = height;
+    for (const Step & s : steps) {
+        if (s.code == kevra::CSequenceur::e_QuickRotate && s.params.angle != kevra::CTraitementImgBase::e_Angle180) {
+            std::swap(x, y);
+            std::swap(w, h);
+        } else if (s.code == kevra::CSequenceur::e_Resample) {
+            x = x * s.params.width / w;
+            y = y * s.params.height / h;
+            w = s.params.width;
+            h = s.params.height;
+        }
+    }
+    image.SetXPelsPerMeter(static_cast<unsigned long>(std::floor(x + 0.5)));
+    image.SetYPelsPerMeter(static_cast<unsigned long>(std::floor(y + 0.5)));
+}
+
+// One file through the chain; throws Failure (and UsageError for a zone or a
+// disc outside the image). Notes go to `notes`.
 RunResult process_file(const std::vector<Step> & steps, const std::string & in, const std::string & out,
-                       const kevra::CRect * zone, bool read_trace, std::vector<std::string> & notes)
+                       const std::string & format, const kevra::CRect * zone, bool read_trace,
+                       std::vector<std::string> & notes)
 {
     kevra::CDib image;
-    load_bmp(in, image, {8, 16, 24});
+    const std::string shown = in == "-" ? "standard input" : in;
+    const SourceInfo source = load_image(in, image, {8, 16, 24});
+    for (const std::string & n : source.notes)
+        notes.push_back(shown + ": " + n);
     try {
-        notes = check_image(steps, image.Width(), image.Height(), image.BitCount(), zone);
+        for (const std::string & n : check_image(steps, image.Width(), image.Height(), image.BitCount(), zone))
+            notes.push_back(shown + ": " + n);
     } catch (const ImageError & e) {
-        throw Failure(in + ": " + e.what());
+        throw Failure(shown + ": " + e.what());
     }
-    for (std::string & n : notes)
-        n = in + ": " + n;
+    long wout = 0, hout = 0;
+    final_size(steps, image.Width(), image.Height(), wout, hout);
+    if (static_cast<uint64_t>(wout) * static_cast<uint64_t>(hout) > max_pixels())
+        throw Failure(shown + ": the result of " + std::to_string(wout) + " x " + std::to_string(hout) +
+                      " pixels is more than --max-pixels allows (" + std::to_string(max_pixels()) + ")");
     if (zone != nullptr)
         image.SetZoneTravail(*zone);
+    const unsigned long xppm = image.GetXPelsPerMeter(), yppm = image.GetYPelsPerMeter();
+    const long width = image.Width(), height = image.Height();
     RunResult r = run_chain(steps, image, read_trace);
     if (!r.ok)
-        throw Failure(in + ": " + r.failure);
-    save_bmp(image, out);
+        throw Failure(shown + ": " + r.failure);
+    carry_resolution(steps, xppm, yppm, width, height, image);
+    save_image(image, out, format);
     return r;
 }
 
@@ -95,17 +141,20 @@ int run_single(ProcessOptions & o, const std::vector<Step> & steps, const kevra:
 {
     const std::string & in = o.files[0];
     const std::string & out = o.files[1];
+    const std::string format = output_format(out, o.format);
     std::vector<std::string> notes;
     const auto start = std::chrono::steady_clock::now();
-    const RunResult r = process_file(steps, in, out, zone, true, notes);
+    const RunResult r = process_file(steps, in, out, format, zone, true, notes);
     const double total = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     for (const std::string & n : notes)
-        std::fprintf(stderr, "kevra: note: %s\n", n.c_str());
+        note(n);
     if (o.verbose) {
-        std::printf("%s: %ld x %ld pixels\n", out.c_str(), r.width, r.height);
+        // Standard output may be the image itself.
+        std::FILE * to = out == "-" ? stderr : stdout;
+        std::fprintf(to, "%s: %ld x %ld pixels\n", out.c_str(), r.width, r.height);
         for (const StepTime & t : r.times)
-            std::printf("  %-40s %s\n", t.label.c_str(), ms_text(t.ms).c_str());
-        std::printf("  %-40s %s\n", "total (load, run, save)", ms_text(total).c_str());
+            std::fprintf(to, "  %-40s %s\n", t.label.c_str(), ms_text(t.ms).c_str());
+        std::fprintf(to, "  %-40s %s\n", "total (load, run, save)", ms_text(total).c_str());
     }
     return 0;
 }
@@ -125,6 +174,7 @@ int run_batch(ProcessOptions & o, const std::vector<Step> & steps, const kevra::
     // Each input's output, refused when it would replace an input or the
     // output of an earlier input.
     std::vector<std::string> outputs(inputs.size());
+    std::vector<std::string> formats(inputs.size());
     std::vector<std::string> refused(inputs.size());
     std::map<std::string, std::string> owner;
     std::set<std::pair<dev_t, ino_t>> input_files;
@@ -134,9 +184,16 @@ int run_batch(ProcessOptions & o, const std::vector<Step> & steps, const kevra::
             input_files.insert({s.st_dev, s.st_ino});
     }
     for (std::size_t i = 0; i < inputs.size(); ++i) {
-        outputs[i] = dir + base_name(inputs[i]);
+        if (inputs[i] == "-")
+            throw UsageError("process: standard input (-) cannot be part of a batch");
+        outputs[i] = dir + batch_output_name(inputs[i], o.format);
+        try {
+            formats[i] = output_format(outputs[i], o.format);
+        } catch (const UsageError & e) {
+            refused[i] = inputs[i] + ": its output " + e.what() + " (give --format)";
+        }
         struct stat s {};
-        if (::stat(outputs[i].c_str(), &s) == 0 && input_files.count({s.st_dev, s.st_ino}) != 0)
+        if (refused[i].empty() && ::stat(outputs[i].c_str(), &s) == 0 && input_files.count({s.st_dev, s.st_ino}) != 0)
             refused[i] = inputs[i] + ": its output " + outputs[i] + " would replace an input (choose another --out-dir)";
         if (refused[i].empty()) {
             const auto found = owner.find(outputs[i]);
@@ -185,7 +242,7 @@ int run_batch(ProcessOptions & o, const std::vector<Step> & steps, const kevra::
                 error = refused[i];
             } else {
                 try {
-                    r = process_file(steps, inputs[i], outputs[i], zone, false, notes);
+                    r = process_file(steps, inputs[i], outputs[i], formats[i], zone, false, notes);
                 } catch (const Failure & e) {
                     error = e.what();
                 } catch (const std::exception & e) {
@@ -197,12 +254,13 @@ int run_batch(ProcessOptions & o, const std::vector<Step> & steps, const kevra::
             std::lock_guard<std::mutex> lock(io);
             ++done;
             for (const std::string & n : notes)
-                report("kevra: note: " + n, true);
+                if (!quiet())
+                    report("kevra: note: " + n, true);
             if (!error.empty()) {
                 ++failed;
                 report("kevra: " + error, true);
             } else if (o.verbose) {
-                std::string line = outputs[i] + ": " + std::to_string(r.width) + " x " + std::to_string(r.height) +
+                std::string line = "[" + std::to_string(done) + "/" + std::to_string(total) + "] " + outputs[i] + ": " + std::to_string(r.width) + " x " + std::to_string(r.height) +
                                    " pixels, " + ms_text(ms);
                 std::string sep = " (";
                 for (const StepTime & t : r.times) {
@@ -224,11 +282,11 @@ int run_batch(ProcessOptions & o, const std::vector<Step> & steps, const kevra::
         t.join();
     if (progress)
         std::fputs("\r\033[K", stderr);
-    if (failed != 0) {
-        std::fprintf(stderr, "kevra: %zu of %zu files failed\n", failed, total);
-        return exit_failure;
-    }
-    return 0;
+    // Away from a terminal, one line tells how the batch went.
+    if (failed != 0 || (!progress && !quiet()))
+        std::fprintf(stderr, "kevra: %zu of %zu files written%s\n", total - failed, total,
+                     failed != 0 ? (", " + std::to_string(failed) + " failed").c_str() : "");
+    return failed != 0 ? exit_failure : 0;
 }
 
 } // namespace
@@ -236,9 +294,10 @@ int run_batch(ProcessOptions & o, const std::vector<Step> & steps, const kevra::
 Command add_process_command(CLI::App & app)
 {
     auto o = std::make_shared<ProcessOptions>();
-    CLI::App * c = app.add_subcommand("process", "Run a chain of processing steps over a BMP file (or several)");
+    CLI::App * c = app.add_subcommand("process", "Run a chain of processing steps over an image (or several)");
     c->add_option("files", o->files,
-                  "IN.bmp OUT.bmp, or with --out-dir: IN.bmp... (each written to DIR under its own name)")
+                  "IN OUT (- for standard input or output), or with --out-dir: IN... (each written to DIR "
+                  "under its own name, its extension changed by --format)")
         ->required()
         ->type_name("FILE");
     c->add_option("--out-dir", o->out_dir, "Process every FILE, in parallel, into this directory (created if needed)")
@@ -249,7 +308,14 @@ Command add_process_command(CLI::App & app)
     c->add_option("--zone", o->zone,
                   "Working zone, inclusive picture coordinates (row 0 at the top); default: the whole image")
         ->type_name("L,T,R,B");
-    c->add_flag("-v,--verbose", o->verbose, "Print the final size and the time of each step");
+    add_format_option(*c, o->format);
+    c->add_option("--threads", o->threads,
+                  "Threads the library may split each heavy step among (default 1; the bytes are the same "
+                  "for every count)")
+        ->check(CLI::Range(1u, 256u))
+        ->type_name("N");
+    c->add_flag("-v,--verbose", o->verbose,
+                "Print the final size and the time of each step; failures end with the library's own trace text");
     c->add_option("--trace", o->trace, "Write the sequencer's own trace (French) to FILE (replaced)")->type_name("FILE");
     o->steps.add_to(*c);
     c->footer(steps_footer());
@@ -266,9 +332,12 @@ Command add_process_command(CLI::App & app)
                 }
                 const bool batch = !o->out_dir.empty();
                 if (!batch && o->files.size() != 2)
-                    throw UsageError("process: give IN.bmp OUT.bmp, or several inputs with --out-dir DIR");
+                    throw UsageError("process: give IN OUT, or several inputs with --out-dir DIR");
                 if (!batch && o->jobs != 0)
                     throw UsageError("process: --jobs goes with --out-dir");
+                if (!batch)
+                    output_format(o->files[1], o->format);
+                kevra::platform::set_thread_count(o->threads);
 
                 set_verbose_trace(o->verbose);
                 install_library_notices();

@@ -1,6 +1,7 @@
 #include "run.h"
 
 #include "common.h"
+#include "output.h"
 
 #include "kevra/dib.h"
 #include "kevra/platform.h"
@@ -42,6 +43,7 @@ void open_trace(const std::string & user_path, const std::string & first_line)
             ::close(fd);
             path = name;
             g_trace_private = true;
+            register_temporary(path);
         } else {
             // No place for a trace: point the sequencer at a file that does
             // not exist, so that it never writes one in the working directory.
@@ -67,7 +69,7 @@ bool verbose_trace()
 void close_trace()
 {
     if (g_trace_private && !g_trace_path.empty())
-        std::remove(g_trace_path.c_str());
+        remove_temporary(g_trace_path);
     g_trace_private = false;
 }
 

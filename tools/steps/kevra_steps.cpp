@@ -17,7 +17,6 @@ namespace {
 
 enum class Kind { Float, Double, Int, Angle, FilterKind, Palette };
 
-const double no_limit = std::numeric_limits<double>::infinity();
 
 // One value of an option and its valid range. Float values are checked after
 // their rounding to single precision: the library receives that value.

@@ -6,27 +6,21 @@
 // only ever meets the same component of its neighbours.
 //
 // Two paths compute the same bytes:
-// - the plain path (…_plain) walks pixel by pixel and states each sum exactly
-//   as the kernel defines it; it is the definition;
-// - the fast path (…_fast) computes the interior a row at a time, one tap at
-//   a time across the row, so that every pixel still receives exactly the
-//   plain sequence of single-precision operations (the loops vectorise across
-//   pixels, never across the terms of one sum). Border pixels always take the
-//   plain code.
+// - the plain path (…_plain) walks pixel by pixel through whole planes and
+//   states each sum exactly as the kernel defines it; it is the definition;
+// - the fast path (stream.h) walks the same formulas through rings of rows.
 #ifndef KEVRA_FILTERS_DETAIL_CONVOLUTION_H
 #define KEVRA_FILTERS_DETAIL_CONVOLUTION_H
 
 #include <cstddef>
 #include <cstdint>
 
+#include "core/clamp.h"
+#include "core/fast_path.h"
+#include "core/pixel.h"
 #include "kevra/types.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra::detail {
-
-// Run-time switch between the two paths (tests and benchmarks compare them).
-bool filters_fast_enabled();
-void set_filters_fast_enabled(bool enabled);
 
 // The working rectangle turned into plane bounds: columns L..R, buffer rows
 // B..T (B the lowest), all inclusive. Each bound is clamped into the image on
@@ -54,7 +48,8 @@ inline FilterRegion filter_region(int64_t width, int64_t height, const CRect & r
 // repeated. The full-kernel engines read a shifted run instead: with m taps of
 // a kernel row (or m kernel rows) outside, a tap at p reads p + 2m - 1. For a
 // 3x3 kernel the two agree; for wider user kernels they do not, and the
-// shifted run is what full kernels have always read, so it is kept.
+// shifted run is the full kernels' rule, kept so that their results stay
+// reproducible.
 enum class LowBorder { mirror, shifted_run };
 
 // One axis of the working rectangle (the columns L..R of a row `size` pixels
@@ -208,63 +203,6 @@ void separable_plain(PlaneGeometry pg, const float * src, float * mid, float * d
             down_pixel_plain<C>(mid, dst, pg.width, ay, x, y, ky);
 }
 
-template <int C>
-void separable_fast(PlaneGeometry pg, const float * src, float * mid, float * dst, const FilterRegion & g,
-                    const FilterAxis & ax, const FilterAxis & ay, const float * kx, const float * ky)
-{
-    const int64_t stride = pg.width * C;
-    const bool x_run = ax.inner_lo <= ax.inner_hi;
-    const int64_t r1 = across_last_row(g, ay.n, pg.height);
-    for (int64_t r = across_first_row(g, ay.n); r <= r1; ++r) {
-        const float * srow = src + r * stride;
-        float * mrow = mid + r * stride;
-        if (!x_run) {
-            for (int64_t x = g.L; x <= g.R; ++x)
-                across_pixel_plain<C>(srow, mrow, ax, x, kx);
-            continue;
-        }
-        for (int64_t x = g.L; x < ax.inner_lo; ++x)
-            across_pixel_plain<C>(srow, mrow, ax, x, kx);
-        const int64_t f0 = ax.inner_lo * C, f1 = ax.inner_hi * C + C;
-        const float * __restrict s = srow;
-        float * __restrict m = mrow;
-        const float k0 = kx[0];
-        for (int64_t f = f0; f < f1; ++f)
-            m[f] = k0 * s[f];
-        for (int64_t i = 1; i <= ax.n; ++i) {
-            const float ki = kx[i];
-            const int64_t a = i * C;
-            for (int64_t f = f0; f < f1; ++f)
-                m[f] = m[f] + ki * (s[f - a] + s[f + a]);
-        }
-        for (int64_t x = ax.inner_hi + 1; x <= g.R; ++x)
-            across_pixel_plain<C>(srow, mrow, ax, x, kx);
-    }
-
-    const int64_t yi0 = ay.inner_lo;
-    const int64_t yi1 = ay.inner_hi;
-    const int64_t f0 = g.L * C, f1 = g.R * C + C;
-    for (int64_t y = g.B; y <= g.T; ++y) {
-        if (y < yi0 || y > yi1) {
-            for (int64_t x = g.L; x <= g.R; ++x)
-                down_pixel_plain<C>(mid, dst, pg.width, ay, x, y, ky);
-            continue;
-        }
-        float * __restrict out = dst + y * stride;
-        const float * __restrict centre = mid + y * stride;
-        const float k0 = ky[0];
-        for (int64_t f = f0; f < f1; ++f)
-            out[f] = k0 * centre[f];
-        for (int64_t j = 1; j <= ay.n; ++j) {
-            const float kj = ky[j];
-            const float * __restrict below = mid + (y - j) * stride;
-            const float * __restrict above = mid + (y + j) * stride;
-            for (int64_t f = f0; f < f1; ++f)
-                out[f] = out[f] + kj * (below[f] + above[f]);
-        }
-    }
-}
-
 // ---------------------------------------------------------------------------
 // Full-kernel engine.
 
@@ -295,41 +233,6 @@ void full_plain(PlaneGeometry pg, const float * src, float * dst, const FilterRe
     for (int64_t y = g.B; y <= g.T; ++y)
         for (int64_t x = g.L; x <= g.R; ++x)
             full_pixel_plain<C>(pg, src, dst, ax, ay, x, y, K, offset, factor);
-}
-
-template <int C>
-void full_fast(PlaneGeometry pg, const float * src, float * dst, const FilterRegion & g, const FilterAxis & ax,
-               const FilterAxis & ay, const float * K, float offset, float factor)
-{
-    const int64_t stride = pg.width * C;
-    const int64_t kw = 2 * ax.n + 1;
-    const bool x_run = ax.inner_lo <= ax.inner_hi;
-    for (int64_t y = g.B; y <= g.T; ++y) {
-        if (!x_run || !ay.interior(y)) {
-            for (int64_t x = g.L; x <= g.R; ++x)
-                full_pixel_plain<C>(pg, src, dst, ax, ay, x, y, K, offset, factor);
-            continue;
-        }
-        for (int64_t x = g.L; x < ax.inner_lo; ++x)
-            full_pixel_plain<C>(pg, src, dst, ax, ay, x, y, K, offset, factor);
-        const int64_t f0 = ax.inner_lo * C, f1 = ax.inner_hi * C + C;
-        float * __restrict out = dst + y * stride;
-        for (int64_t f = f0; f < f1; ++f)
-            out[f] = 0.0f;
-        for (int64_t j = 0; j <= 2 * ay.n; ++j) {
-            const float * __restrict s = src + (y - ay.n + j) * stride;
-            for (int64_t i = 0; i < kw; ++i) {
-                const float k = K[j * kw + i];
-                const int64_t a = (i - ax.n) * C;
-                for (int64_t f = f0; f < f1; ++f)
-                    out[f] = out[f] + k * s[f + a];
-            }
-        }
-        for (int64_t f = f0; f < f1; ++f)
-            out[f] = rescale(out[f], factor, offset);
-        for (int64_t x = ax.inner_hi + 1; x <= g.R; ++x)
-            full_pixel_plain<C>(pg, src, dst, ax, ay, x, y, K, offset, factor);
-    }
 }
 
 } // namespace kevra::detail

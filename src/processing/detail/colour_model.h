@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-#include "processing/detail/float_store.h"
+#include "core/float_store.h"
 
 namespace kevra::detail {
 
@@ -76,8 +76,8 @@ inline Hsl rgb_to_hsl(uint8_t c1, uint8_t c2, uint8_t c3)
         if (out.h < 0)
             out.h = out.h + 1.0;
     }
-    // The hue's bound of 360 (degrees in an older version) never acts on a hue in turns;
-    // it is kept so that both directions clamp alike.
+    // The hue's bound of 360 never acts on a hue in turns; it is there so that both
+    // directions of the model clamp alike.
     out.h = clamp_between(out.h, 0.0, 360.0);
     out.s = clamp_between(out.s, 0.0, 1.0);
     out.l = clamp_between(out.l, 0.0, 1.0);
@@ -153,9 +153,9 @@ inline Rgb8 scale_lightness(uint8_t c1, uint8_t c2, uint8_t c3, double factor)
 
 // ---- Saturation, 10-bit fixed point ---------------------------------------------------------
 //
-// The reference arithmetic is 32-bit signed int, which on its target wraps on overflow (only
-// levels above roughly 1000 % get there). The sums below are computed in 64 bits and wrapped
-// to 32 explicitly, so the result is the same on every compiler and never undefined.
+// The arithmetic is 32-bit signed int that wraps on overflow (only levels above roughly
+// 1000 % get there). The sums below are computed in 64 bits and wrapped to 32 explicitly, so
+// the wrapped result is defined and the same on every compiler and every device.
 
 inline int32_t wrap_int32(int64_t v)
 {
@@ -174,19 +174,9 @@ inline int32_t floor_shift20(int32_t v)
     return static_cast<int32_t>(-((magnitude + 0xFFFFF) >> 20));
 }
 
-// level * 0.01 * 1024 truncated toward zero. A factor out of the int range saturates, as the
-// target's float-to-int conversion does (only absurd levels reach it).
-inline int32_t saturation_fixed_factor(double factor)
-{
-    const double f = factor * 1024.0;
-    if (!(f == f))
-        return 0;
-    if (f >= 2147483647.0)
-        return INT32_MAX;
-    if (f <= -2147483648.0)
-        return INT32_MIN;
-    return static_cast<int32_t>(f);
-}
+// level * 0.01 * 1024 truncated toward zero; a factor out of the int range saturates (only
+// absurd levels reach it).
+inline int32_t saturation_fixed_factor(double factor) { return truncate_i32(factor * 1024.0); }
 
 // The grey mean (C0 + C1 + C2) / 3 as the high word of the 64-bit product with 0x55555556;
 // exact for every sum of three bytes scaled by 1024.

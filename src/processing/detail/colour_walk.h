@@ -7,10 +7,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/pixel.h"
 #include "kevra/platform.h"
 #include "kevra/types.h"
 #include "processing/detail/colour_model.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra::detail {
 
@@ -138,10 +138,6 @@ inline bool apply_model_memo(const View<Bgr24> &v, const PixelRuns &runs, double
     }
     return true;
 }
-
-// Run-time switch of the memoised path (on by default), for tests and benchmarks.
-void set_colour_memo_enabled(bool enabled);
-bool colour_memo_enabled();
 
 } // namespace kevra::detail
 

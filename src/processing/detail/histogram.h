@@ -4,7 +4,8 @@
 
 #include <cstdint>
 
-#include "processing/detail/pixel.h"
+#include "core/float_store.h"
+#include "core/pixel.h"
 
 namespace kevra {
 namespace detail {
@@ -50,20 +51,7 @@ inline void count_channels(const View<Bgr24> &v, const Span &s, long *first, lon
 // i - 1 (254 gives 253): that is the level.
 inline int32_t luminance_level(const uint8_t *p)
 {
-    return static_cast<int32_t>(0.587 * p[1] + 0.299 * p[0] + 0.114 * p[2]);
-}
-
-// Float to int by truncation toward zero; NaN gives 0 and values beyond the int range stop at
-// its ends (they come only from absurd shares).
-inline int32_t truncate_int(float f)
-{
-    if (!(f == f))
-        return 0;
-    if (f >= 2147483648.0f)
-        return INT32_MAX;
-    if (f <= -2147483648.0f)
-        return INT32_MIN;
-    return static_cast<int32_t>(f);
+    return truncate_i32(0.587 * p[1] + 0.299 * p[0] + 0.114 * p[2]);
 }
 
 struct StretchLimits {
@@ -78,10 +66,10 @@ struct StretchLimits {
 inline StretchLimits stretch_limits(const long *bins, int32_t levels, float p, float q, float pixels)
 {
     const int32_t m = levels - 1;
-    const int32_t a = truncate_int(static_cast<float>(levels) * p);
-    const int32_t t1 = truncate_int(pixels * p);
-    const int32_t b = truncate_int(static_cast<float>(levels) * q);
-    const int32_t t2 = truncate_int((1.0f - q) * pixels);
+    const int32_t a = truncate_i32(static_cast<float>(levels) * p);
+    const int32_t t1 = truncate_i32(pixels * p);
+    const int32_t b = truncate_i32(static_cast<float>(levels) * q);
+    const int32_t t2 = truncate_i32((1.0f - q) * pixels);
 
     // Low cut: walk 0 .. a, adding bins while the running count is below T1; low follows the
     // last bin added. Indexes beyond the histogram (a share above 1) are not read.
@@ -121,7 +109,7 @@ void stretch_table(T *table, int32_t levels, const StretchLimits &lim)
         return; // no entry between the two
     const float scale = static_cast<float>(m) / static_cast<float>(lim.high - lim.low);
     for (int32_t k = 1; k <= lim.high - lim.low - 1; ++k)
-        table[lim.low + k] = static_cast<T>(truncate_int(static_cast<float>(k) * scale));
+        table[lim.low + k] = static_cast<T>(truncate_i32(static_cast<float>(k) * scale));
 }
 
 extern template void stretch_table<uint8_t>(uint8_t *, int32_t, const StretchLimits &);

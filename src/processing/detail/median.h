@@ -25,17 +25,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <vector>
 
+#include "core/clamp.h"
+#include "core/fast_path.h"
+#include "core/pixel.h"
+#include "core/row_threads.h"
 #include "kevra/platform.h"
 #include "kevra/types.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra::detail {
-
-// Run-time switch between the plain interior and the fast one (tests and benchmarks compare
-// them); on by default unless the library is built with KEVRA_MEDIAN_PLAIN_ONLY.
-bool median_fast_enabled();
-void set_median_fast_enabled(bool enabled);
 
 // Optimised bubble sort, ascending. `swapped` is the caller's flag: a sort runs passes only
 // while it is set, and always leaves it clear (the last pass it makes exchanges nothing).
@@ -64,11 +63,6 @@ struct MedianBounds {
     int32_t xs, xe; // interior columns
     int32_t rs, re; // interior rows
 };
-
-inline int32_t clamp_i32(int64_t v, int64_t lo, int64_t hi)
-{
-    return static_cast<int32_t>(clamp_to(v, lo, hi));
-}
 
 // The interior holds the centres whose full window lies inside the image. Columns and rows do
 // not follow the same rule at the far end, deliberately: a row end exactly n rows below the
@@ -147,7 +141,7 @@ public:
         const bool interior_fits = int64_t(b.xs) - n >= 0 && int64_t(b.xe) + n <= src_.width - 1 &&
                                    int64_t(b.rs) - n >= 0 && int64_t(b.re) + n <= src_.height - 1;
         if (interior_fits && b.rs <= b.re && b.xs <= b.xe) {
-            if (!(median_fast_enabled() && !Interior::half_window && integer_sums_exact() &&
+            if (!(fast_paths_enabled() && !Interior::half_window && integer_sums_exact() &&
                   interior_fast(b)))
                 interior_plain(b);
         }
@@ -176,8 +170,8 @@ public:
             }
 
         // Right band: x1 - xe centres a row, again counted from xs, and a window whose right
-        // limit is taken from the row position (rB - r), not from the column. Both are kept
-        // as they are: they are what the filter has always done.
+        // limit is taken from the row position (rB - r), not from the column. Both are part
+        // of the filter's definition, so its bands give the same bytes on every device.
         for (int32_t r = b.rs; r <= b.re; ++r)
             for (int64_t k = 0; k < int64_t(b.x1) - b.xe; ++k) {
                 const int64_t x = b.xs + k;
@@ -203,37 +197,74 @@ private:
         return full_ * int64_t(std::numeric_limits<sample>::max()) < (int64_t(1) << 24);
     }
 
-    // The same interior for full windows, same visiting order (row, column, channel) and same
-    // decisions, with the window sums kept as running integer sums (column sums slid up the
-    // rows, window sums slid along the row). The samples are gathered only for a centre that is
-    // replaced: a gather that no sort or pick reads is overwritten by the next one, so skipping
-    // it changes nothing. Not used for the half window, whose mean (half the neighbourhood's)
-    // replaces nearly every sample, so that gathering dominates anyway. False (nothing done)
-    // when its column sums cannot be allocated.
+    // The same interior for full windows, same decisions, with the window sums kept as running
+    // integer sums (column sums slid up the rows, window sums slid along the row).
+    //
+    // What a replacement writes follows from the call's one sort flag: only the call's first
+    // replacement sorts; every later one finds the flag clear and writes the sample at the median
+    // index N/2 - 1 of the gathering order, the window position just before the centre, i.e. its
+    // left neighbour. So the interior writes the left neighbour for every replacement, without
+    // gathering, and notes where its first one was; that one is then redone with its gather and
+    // full sort. The interior runs first in a call, so the flag is still set there. Its rows may
+    // split into strips on threads (each with its own running sums; nothing is read that another
+    // strip writes, the image being read from `bits` and written to `out`); the first
+    // replacement of the earliest strip that has one is the call's first.
+    //
+    // Not used for the half window, whose sort takes values left from earlier pixels. False
+    // (nothing done) when its column sums cannot be allocated.
+    struct Hit {
+        int32_t x = 0, r = -1;
+        int c = 0;
+    };
+
     bool interior_fast(const MedianBounds &b)
     {
         const int32_t n = n_;
-        const int32_t base = b.xs - n;                // first column with a column sum
-        const int64_t cols = int64_t(b.xe) + n - base + 1;
-        uint32_t *colsum = try_new_array<uint32_t>(static_cast<std::size_t>(cols * channels));
+        const int64_t cols = int64_t(b.xe) + n - (b.xs - n) + 1;
+        const unsigned count = src_.bits == out_.bits ? 1u : strip_count(b.rs, b.re);
+        uint32_t *colsum = try_new_array<uint32_t>(static_cast<std::size_t>(cols * channels * count));
         if (colsum == nullptr)
             return false;
-        const int32_t dy_lo = -n, dy_hi = n;
-        auto at = [&](int32_t x, int32_t r, int c) -> uint32_t { return src_.pixel(x, r)[c]; };
+        std::vector<Hit> hits(count);
+        run_strips(count, [&](unsigned i) {
+            const RowStrip rows = strip_of(b.rs, b.re, count, i);
+            hits[i] = interior_rows(b, static_cast<int32_t>(rows.first), static_cast<int32_t>(rows.last),
+                                    colsum + int64_t(i) * cols * channels);
+        });
+        delete[] colsum;
+        for (const Hit &h : hits)
+            if (h.r >= 0) {
+                rule_.gather(src_.pixel(h.x, h.r) + h.c, src_.pitch / std::ptrdiff_t(sizeof(sample)), n_,
+                             samples_);
+                sort(full_);
+                out_.pixel(h.x, h.r)[h.c] = samples_[full_ / 2 - 1];
+                break;
+            }
+        return true;
+    }
 
-        for (int32_t r = b.rs; r <= b.re; ++r) {
-            for (int64_t k = 0; k < cols; ++k) {
-                const int32_t x = static_cast<int32_t>(base + k);
-                for (int c = 0; c < channels; ++c) {
-                    uint32_t &cs = colsum[k * channels + c];
-                    if (r == b.rs) {
-                        cs = 0;
-                        for (int32_t dy = dy_lo; dy <= dy_hi; ++dy)
-                            cs += at(x, r + dy, c);
-                    } else {
-                        cs = cs + at(x, r + dy_hi, c) - at(x, r - 1 + dy_lo, c);
-                    }
+    // Interior rows r0..r1 with replacements written as later ones; returns the first replacement.
+    Hit interior_rows(const MedianBounds &b, int32_t r0, int32_t r1, uint32_t *colsum) const
+    {
+        const int32_t n = n_;
+        const int32_t base = b.xs - n; // first column with a column sum
+        const int64_t cols = int64_t(b.xe) + n - base + 1;
+        const int64_t run = cols * channels; // column sums of a row, one per sample
+        Hit first;
+        for (int32_t r = r0; r <= r1; ++r) {
+            if (r == r0) {
+                for (int64_t k = 0; k < run; ++k)
+                    colsum[k] = 0;
+                for (int32_t dy = -n; dy <= n; ++dy) {
+                    const sample *row = src_.pixel(base, r + dy);
+                    for (int64_t k = 0; k < run; ++k)
+                        colsum[k] += row[k];
                 }
+            } else {
+                const sample *enters = src_.pixel(base, r + n);
+                const sample *leaves = src_.pixel(base, r - 1 - n);
+                for (int64_t k = 0; k < run; ++k)
+                    colsum[k] = colsum[k] + enters[k] - leaves[k];
             }
             uint32_t window[channels];
             for (int c = 0; c < channels; ++c) {
@@ -241,25 +272,26 @@ private:
                 for (int32_t k = 0; k <= 2 * n; ++k)
                     window[c] += colsum[k * channels + c];
             }
+            const sample *left = src_.pixel(b.xs - 1, r);
             for (int32_t x = b.xs; x <= b.xe; ++x) {
+                sample *out = out_.pixel(x, r);
+                const sample *in = src_.pixel(x, r);
                 for (int c = 0; c < channels; ++c) {
-                    const uint32_t total = window[c] - at(x, r, c); // the centre is no neighbour
-                    sample *centre_out = out_.pixel(x, r) + c;
-                    if (full_ > 0 && rule_.replaces(*centre_out, static_cast<float>(total))) {
-                        rule_.gather(src_.pixel(x, r) + c, src_.pitch / std::ptrdiff_t(sizeof(sample)),
-                                     n_, samples_);
-                        sort(full_);
-                        *centre_out = samples_[full_ / 2 - 1];
+                    const uint32_t total = window[c] - in[c]; // the centre is no neighbour
+                    if (full_ > 0 && rule_.replaces(out[c], static_cast<float>(total))) {
+                        if (first.r < 0)
+                            first = Hit{x, r, c};
+                        out[c] = left[c];
                     }
                     if (x < b.xe) {
                         const int64_t k = x - b.xs; // window of x: column sums k .. k + 2n
                         window[c] = window[c] + colsum[(k + 2 * n + 1) * channels + c] - colsum[k * channels + c];
                     }
                 }
+                left = in;
             }
         }
-        delete[] colsum;
-        return true;
+        return first;
     }
 
     // The sort with the call's one flag.

@@ -10,8 +10,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/fast_path.h"
+#include "core/pixel.h"
 #include "kevra/types.h"
-#include "processing/detail/pixel.h"
+#include "processing/detail/point_geometry_fast.h"
 
 namespace kevra {
 namespace detail {
@@ -60,9 +62,9 @@ void fill_rows(const View<Px> &v, const Span &s, const PixelValue<Px> &value)
 
 // Left-right mirror: (right - left) / 2 pairs, left + k with right - k, on buffer rows
 // height - bottom .. height - top - 1. So the rectangle's bottom image row is never touched, and
-// with an even pixel count the two centre pixels stay where they are: both are how this mirror
-// has always behaved, and results are compared against it. rc is cut to the image; `scratch`
-// holds one pixel.
+// with an even pixel count the two centre pixels stay where they are: both are part of this
+// mirror's definition (results are exchanged between devices and must stay identical). rc is
+// cut to the image; `scratch` holds one pixel.
 template <class Px>
 void mirror_h_rows(const View<Px> &v, const CRect &rc, typename Px::sample *scratch)
 {
@@ -128,28 +130,16 @@ void quick_rotate_ref(const View<Px> &src, const View<Px> &dst, int angle, int32
     }
 }
 
-// Run-time switch of the tiled quarter turn (on by default); tests and benchmarks turn it off
-// to compare with the plain walk.
-bool rotate_fast_enabled();
-void set_rotate_fast_enabled(bool enabled);
-
-// The same copies in 32 x 32 tiles, so that the column-wise writes of a quarter turn stay in
-// cache; every pixel is copied exactly once, so the bytes are those of the plain walk. The half
-// turn maps rows to rows and gains nothing from tiles.
+// The turns. The quarter turns have a fast path (point_geometry_fast.h) that moves the same
+// samples in blocks; the half turn maps rows to rows and takes the plain walk.
 template <class Px>
 void quick_rotate(const View<Px> &src, const View<Px> &dst, int angle)
 {
-    const int32_t w = src.width, h = src.height;
-    if (!rotate_fast_enabled() || angle == 1) {
-        quick_rotate_ref(src, dst, angle, 0, h, 0, w);
+    if (fast_paths_enabled() && angle != 1) {
+        quarter_turn_fast<Px>(src, dst, angle);
         return;
     }
-    constexpr int32_t kTile = 32;
-    for (int32_t r0 = 0; r0 < h; r0 += kTile) {
-        const int32_t r1 = h - r0 > kTile ? r0 + kTile : h;
-        for (int32_t x0 = 0; x0 < w; x0 += kTile)
-            quick_rotate_ref(src, dst, angle, r0, r1, x0, w - x0 > kTile ? x0 + kTile : w);
-    }
+    quick_rotate_ref(src, dst, angle, 0, src.height, 0, src.width);
 }
 
 extern template void fill_rows<Grey8>(const View<Grey8> &, const Span &, const PixelValue<Grey8> &);

@@ -10,25 +10,19 @@
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <vector>
 
+#include "core/clamp.h"
+#include "core/fast_path.h"
+#include "core/float_store.h"
+#include "core/pixel.h"
+#include "core/row_ring.h"
+#include "core/row_threads.h"
 #include "kevra/filtre.h"
 #include "kevra/platform.h"
-#include "processing/detail/float_store.h"
-#include "processing/detail/pixel.h"
 
 namespace kevra::detail {
-
-// A float made an unsigned 16-bit count as the device does it: truncation toward zero into an
-// unsigned 32-bit value (negatives and NaN give 0, values past the range saturate), then the
-// low 16 bits.
-inline uint16_t float_to_u16_device(float f)
-{
-    if (!(f >= 1.0f))
-        return 0;
-    if (f >= 4294967296.0f)
-        return 0xFFFF;
-    return static_cast<uint16_t>(static_cast<uint32_t>(f));
-}
 
 // ---- bilinear -------------------------------------------------------------------------------
 
@@ -49,7 +43,7 @@ inline BilinearTap bilinear_tap(int32_t i, float scale, int32_t source_size)
 {
     const float p = static_cast<float>(i) * scale;
     BilinearTap t;
-    t.i0 = static_cast<int32_t>(p);
+    t.i0 = truncate_i32(p);
     if (t.i0 > source_size - 1) // only a rounding of p could get here; keep it in the source
         t.i0 = source_size - 1;
     t.i1 = t.i0 + 1 > source_size - 1 ? source_size - 1 : t.i0 + 1;
@@ -86,10 +80,7 @@ void resample_bilinear(View<Px> src, View<Px> dst, float sx, float sy)
 // The outer band, whose windows would reach past the source's edge, uses the same kernels with
 // each tap clamped to the nearest edge sample (the edge sample repeated). With that rule the
 // inner region and the band are one and the same loop.
-inline int32_t clamp_index(int64_t p, int32_t size)
-{
-    return static_cast<int32_t>(p < 0 ? 0 : (p > size - 1 ? size - 1 : p));
-}
+inline int32_t clamp_index(int64_t p, int32_t size) { return clamp_i32(p, 0, int64_t(size) - 1); }
 
 // T = S[c] x h0 + sum for m = 1..k of (S[c - m] + S[c + m]) x hm, centre term first.
 template <class Get>
@@ -101,25 +92,38 @@ float sinc_sum(Get get, int32_t centre, int32_t size, const float *h, int32_t k)
     return acc;
 }
 
-// The filtered reduction. False when the kernels or the intermediate array cannot be had, or
-// when a half-width does not fit the kernel's 16-bit size (2k + 1 > 65535).
+// The two kernels of the filtered reduction, half-widths kx = truncate(mode x sx) and
+// ky = truncate(mode x sy). Not OK when a half-width does not fit the kernel's 16-bit size
+// (2k + 1 > 65535) or a table is missing.
+struct SincKernels {
+    uint16_t kx = 0, ky = 0;
+    std::unique_ptr<CFiltre> filter;
+    const float *h = nullptr, *g = nullptr;
+
+    SincKernels(unsigned char mode, float sx, float sy)
+        : kx(count_u16(static_cast<float>(mode) * sx)), ky(count_u16(static_cast<float>(mode) * sy))
+    {
+        if (kx > 32767 || ky > 32767)
+            return;
+        filter.reset(try_new<CFiltre>(CFiltre::Filtre_SinusCardinal, static_cast<unsigned short>(2 * kx + 1),
+                                      CFiltre::Filtre_SinusCardinal, static_cast<unsigned short>(2 * ky + 1), sx, sy));
+        if (filter != nullptr) {
+            h = filter->Donne_TabFiltreX();
+            g = filter->Donne_TabFiltreY();
+        }
+    }
+    bool ok() const { return h != nullptr && g != nullptr; }
+};
+
+// The filtered reduction, plain walk: an intermediate array of W' x H values, one channel at a
+// time. False when the kernels or the intermediate array cannot be had.
 template <class Px>
-bool resample_sinc(View<Px> src, View<Px> dst, unsigned char mode, float sx, float sy,
-                   float max_value)
+bool resample_sinc(View<Px> src, View<Px> dst, const SincKernels &k, float sx, float sy, float max_value)
 {
     using sample = typename Px::sample;
     constexpr int C = Px::channels;
-
-    const uint16_t kx = float_to_u16_device(static_cast<float>(mode) * sx);
-    const uint16_t ky = float_to_u16_device(static_cast<float>(mode) * sy);
-    if (kx > 32767 || ky > 32767)
-        return false;
-    CFiltre filter(CFiltre::Filtre_SinusCardinal, static_cast<unsigned short>(2 * kx + 1),
-                   CFiltre::Filtre_SinusCardinal, static_cast<unsigned short>(2 * ky + 1), sx, sy);
-    const float *h = filter.Donne_TabFiltreX();
-    const float *g = filter.Donne_TabFiltreY();
-    if (h == nullptr || g == nullptr)
-        return false;
+    const float *h = k.h, *g = k.g;
+    const uint16_t kx = k.kx, ky = k.ky;
 
     const int32_t W2 = dst.width;
     const int64_t cells = int64_t(W2) * src.height;
@@ -134,13 +138,13 @@ bool resample_sinc(View<Px> src, View<Px> dst, unsigned char mode, float sx, flo
             float *t = T + int64_t(r) * W2;
             auto get = [&](int32_t x) { return static_cast<float>(row[x * C + c]); };
             for (int32_t i = 0; i < W2; ++i) {
-                const int32_t centre = static_cast<int32_t>(static_cast<float>(i) * sx);
+                const int32_t centre = truncate_i32(static_cast<float>(i) * sx);
                 t[i] = sinc_sum(get, centre, src.width, h, kx);
             }
         }
         // Down: rr = truncate(j x sy), clipped to [0, max_value], truncated.
         for (int32_t j = 0; j < dst.height; ++j) {
-            const int32_t centre = static_cast<int32_t>(static_cast<float>(j) * sy);
+            const int32_t centre = truncate_i32(static_cast<float>(j) * sy);
             sample *out = dst.row(j);
             for (int32_t i = 0; i < W2; ++i) {
                 auto get = [&](int32_t rr) { return T[int64_t(rr) * W2 + i]; };
@@ -154,6 +158,145 @@ bool resample_sinc(View<Px> src, View<Px> dst, unsigned char mode, float sx, flo
         }
     }
     delete[] T;
+    return true;
+}
+
+// The filtered reduction streamed: the across values of a source row (all channels, one float
+// per destination sample) go to a ring of 2ky + 1 rows, made when the first destination row
+// that reads them comes; each destination row then takes its down sums a tap at a time across
+// the row. The values and their order of operations are those of the plain walk (the clamp of
+// an index is the identity inside the source, so the inner columns skip it). Destination rows
+// split into strips, one a thread. False when the kernels or the rows cannot be had.
+template <class Px>
+bool resample_sinc_fast(View<Px> src, View<Px> dst, const SincKernels &k, float sx, float sy, float max_value)
+{
+    using sample = typename Px::sample;
+    constexpr int C = Px::channels;
+    const float *h = k.h, *g = k.g;
+    const int32_t kx = k.kx, ky = k.ky;
+    const int32_t W = src.width, H = src.height, W2 = dst.width;
+    const int64_t stride = int64_t(W2) * C;
+
+    std::unique_ptr<int32_t[]> centre(try_new_array<int32_t>(static_cast<std::size_t>(W2)));
+    if (centre == nullptr)
+        return false;
+    for (int32_t i = 0; i < W2; ++i)
+        centre[i] = static_cast<int32_t>(static_cast<float>(i) * sx);
+
+    struct Strip {
+        RowRing ring;
+        RowStore source, sums;
+    };
+    const int64_t slots = 2 * int64_t(ky) + 1 < H ? 2 * int64_t(ky) + 1 : H;
+    const unsigned count = strip_count(0, dst.height - 1);
+    std::vector<Strip> strips(count);
+    for (Strip &st : strips)
+        if (!st.ring.allocate(slots, stride, true) || !st.source.allocate(1, int64_t(W) * C) ||
+            !st.sums.allocate(1, stride))
+            return false;
+
+    auto across = [&](const float *s, float *t) {
+        for (int32_t i = 0; i < W2; ++i) {
+            const int32_t c = centre[i];
+            if (c - kx >= 0 && c + kx <= W - 1) {
+                for (int ch = 0; ch < C; ++ch) {
+                    const float *p = s + int64_t(c) * C + ch;
+                    float acc = p[0] * h[0];
+                    for (int32_t m = 1; m <= kx; ++m)
+                        acc = acc + (p[-int64_t(m) * C] + p[int64_t(m) * C]) * h[m];
+                    t[int64_t(i) * C + ch] = acc;
+                }
+            } else {
+                for (int ch = 0; ch < C; ++ch)
+                    t[int64_t(i) * C + ch] =
+                        sinc_sum([&](int32_t x) { return s[int64_t(x) * C + ch]; }, c, W, h, kx);
+            }
+        }
+    };
+
+    run_strips(count, [&](unsigned n) {
+        Strip &st = strips[n];
+        const RowStrip rows = strip_of(0, dst.height - 1, count, n);
+        float *s = st.source.row(0);
+        float *acc = st.sums.row(0);
+        int64_t next = 0;
+        for (int64_t j = rows.first; j <= rows.last; ++j) {
+            const int32_t rr = static_cast<int32_t>(static_cast<float>(j) * sy);
+            const int64_t lo = clamp_index(int64_t(rr) - ky, H), hi = clamp_index(int64_t(rr) + ky, H);
+            if (next < lo)
+                next = lo; // rows no later destination row reads
+            for (; next <= hi; ++next) {
+                const sample *row = src.row(static_cast<int32_t>(next));
+                for (int64_t f = 0; f < int64_t(W) * C; ++f)
+                    s[f] = static_cast<float>(row[f]);
+                float *t = st.ring.storage(next);
+                across(s, t);
+                st.ring.set(next, t);
+            }
+            const float *centre_row = st.ring.row(clamp_index(rr, H));
+            for (int64_t f = 0; f < stride; ++f)
+                acc[f] = centre_row[f] * g[0];
+            for (int32_t m = 1; m <= ky; ++m) {
+                const float *below = st.ring.row(clamp_index(int64_t(rr) - m, H));
+                const float *above = st.ring.row(clamp_index(int64_t(rr) + m, H));
+                const float gm = g[m];
+                for (int64_t f = 0; f < stride; ++f)
+                    acc[f] = acc[f] + (below[f] + above[f]) * gm;
+            }
+            sample *out = dst.row(static_cast<int32_t>(j));
+            for (int64_t f = 0; f < stride; ++f) {
+                float v = acc[f];
+                if (v < 0.0f)
+                    v = 0.0f;
+                if (v > max_value)
+                    v = max_value;
+                out[f] = store_sample<sample>(v);
+            }
+        }
+    });
+    return true;
+}
+
+// Bilinear, fast schedule: the column taps come from a table made once per call, and the
+// vertical blend S[y1][x] x fy + S[y0][x] x (1 - fy), which every destination column reading
+// source column x shares, is made once per source column of the row. Each sample then gets the
+// plain formula's values in its order. False (nothing written) when the table cannot be had.
+template <class Px>
+bool resample_bilinear_fast(View<Px> src, View<Px> dst, float sx, float sy)
+{
+    using sample = typename Px::sample;
+    constexpr int C = Px::channels;
+    const int32_t W = src.width, W2 = dst.width;
+    std::unique_ptr<BilinearTap[]> taps(try_new_array<BilinearTap>(static_cast<std::size_t>(W2)));
+    if (taps == nullptr)
+        return false;
+    for (int32_t i = 0; i < W2; ++i)
+        taps[i] = bilinear_tap(i, sx, W);
+    const unsigned count = strip_count(0, dst.height - 1);
+    std::vector<RowStore> blends(count);
+    for (RowStore &b : blends)
+        if (!b.allocate(1, int64_t(W) * C))
+            return false;
+    run_strips(count, [&](unsigned n) {
+        const RowStrip rows = strip_of(0, dst.height - 1, count, n);
+        float *b = blends[n].row(0);
+        for (int64_t j = rows.first; j <= rows.last; ++j) {
+            const BilinearTap ty = bilinear_tap(static_cast<int32_t>(j), sy, src.height);
+            const sample *row0 = src.row(ty.i0);
+            const sample *row1 = src.row(ty.i1);
+            const float fy = ty.f, gy = 1.0f - ty.f;
+            for (int64_t f = 0; f < int64_t(W) * C; ++f)
+                b[f] = static_cast<float>(row1[f]) * fy + static_cast<float>(row0[f]) * gy;
+            sample *out = dst.row(static_cast<int32_t>(j));
+            for (int32_t i = 0; i < W2; ++i) {
+                const BilinearTap &tx = taps[i];
+                const float gx = 1.0f - tx.f;
+                for (int c = 0; c < C; ++c)
+                    out[int64_t(i) * C + c] = store_sample<sample>(b[int64_t(tx.i0) * C + c] * gx +
+                                                                   b[int64_t(tx.i1) * C + c] * tx.f);
+            }
+        }
+    });
     return true;
 }
 
@@ -175,8 +318,18 @@ bool resample_simple(long width, long height, void *bits, long width_out, long h
     }
     const float sx = static_cast<float>(src.width) / static_cast<float>(dst.width);
     const float sy = static_cast<float>(src.height) / static_cast<float>(dst.height);
-    if (mode != 0 && src.width >= dst.width && src.height >= dst.height)
-        return resample_sinc(src, dst, mode, sx, sy, max_value);
+    if (mode != 0 && src.width >= dst.width && src.height >= dst.height) {
+        const SincKernels k(mode, sx, sy);
+        if (!k.ok())
+            return false;
+        if (fast_paths_enabled())
+            return resample_sinc_fast(src, dst, k, sx, sy, max_value);
+        return resample_sinc(src, dst, k, sx, sy, max_value);
+    }
+    // The blended row is worth it when each source column serves at least about one
+    // destination column; a strong reduction reads only a few of them.
+    if (fast_paths_enabled() && src.width <= 2 * int64_t(dst.width) && resample_bilinear_fast(src, dst, sx, sy))
+        return true;
     resample_bilinear(src, dst, sx, sy);
     return true;
 }

@@ -14,13 +14,20 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <vector>
 
+#include "core/clamp.h"
+#include "core/fast_path.h"
+#include "core/float_store.h"
+#include "core/pixel.h"
+#include "core/row_threads.h"
+#include "filters/detail/convolution.h"
+#include "filters/detail/stream.h"
 #include "kevra/filtre.h"
 #include "kevra/platform.h"
 #include "kevra/traitement_base.h"
 #include "kevra/types.h"
-#include "processing/detail/pixel.h"
-#include "processing/detail/resample.h"
 
 namespace kevra::detail {
 
@@ -29,7 +36,7 @@ struct UnsharpParams {
 };
 
 // The filter radius: rayon truncated toward zero as an unsigned count, 16 bits kept.
-inline uint16_t unsharp_radius(float rayon) { return float_to_u16_device(rayon); }
+inline uint16_t unsharp_radius(float rayon) { return count_u16(rayon); }
 
 // The parameter check. Written as positive tests so that a NaN anywhere fails.
 inline bool unsharp_params_ok(const UnsharpParams &p)
@@ -81,16 +88,159 @@ struct UnsharpBuffers {
     }
 };
 
-inline int32_t clamp_i32(int64_t v, int64_t lo, int64_t hi)
+// ---- the streamed schedule -------------------------------------------------------------------
+//
+// The same steps walked strip by strip without a plane: plane A's rows are made when the
+// Gaussian needs them (the median-filtered copy as floats over the widened rectangle, 0
+// elsewhere, as the zero-filled plane holds them), the blurred rows go to a ring of 2n+1 rows
+// that the ramp filtering reads, and each output row takes its detail, the image, the clip and
+// the store at once. Every sample receives the very operations of the plain steps, in order.
+
+// Rows of plane A before the blur.
+template <class Px>
+struct MedianCopyRows {
+    View<Px> copy;
+    Span widened;
+    int64_t stride;
+    const float *row(int64_t r, float *into) const
+    {
+        if (r < widened.r0 || r > widened.r1 || widened.x0 > widened.x1) {
+            std::fill(into, into + stride, 0.0f);
+            return into;
+        }
+        const int64_t f0 = int64_t(widened.x0) * Px::channels, f1 = (int64_t(widened.x1) + 1) * Px::channels;
+        std::fill(into, into + f0, 0.0f);
+        const typename Px::sample *s = copy.row(static_cast<int32_t>(r));
+        for (int64_t f = f0; f < f1; ++f)
+            into[f] = static_cast<float>(s[f]);
+        std::fill(into + f1, into + stride, 0.0f);
+        return into;
+    }
+};
+
+// Rows of plane A after the blur (the rectangle blurred, the rest as it was), kept in a ring for
+// the ramp filtering and the detail.
+template <class Px>
+class BlurredRows {
+public:
+    BlurredRows(const KernelShape &k, const float *gauss, const MedianCopyRows<Px> &a)
+        : k_(k), gauss_(k, gauss, gauss), a_(a)
+    {
+    }
+    bool allocate(RowStrip rows)
+    {
+        const FilterAxis &ay = k_.ay;
+        RowStrip blurred{rows.first - ay.n > ay.lo ? rows.first - ay.n : ay.lo,
+                         rows.last + ay.n < ay.hi ? rows.last + ay.n : ay.hi};
+        return ring_.allocate(2 * ay.n + 1, k_.stride, true) &&
+               (blurred.first > blurred.last || gauss_.allocate(blurred, false));
+    }
+    const float *row(int64_t r)
+    {
+        float *into = ring_.storage(r);
+        a_.row(r, into);
+        if (r >= k_.ay.lo && r <= k_.ay.hi)
+            gauss_.produce(r, a_, into);
+        ring_.set(r, into);
+        return into;
+    }
+    const float *kept(int64_t r) const { return ring_.row(r); }
+
+    // The source the ramp filtering reads.
+    struct Source {
+        BlurredRows *p;
+        const float *row(int64_t r, float *) const { return p->row(r); }
+    };
+
+private:
+    KernelShape k_;
+    SeparableStage<Px::channels> gauss_;
+    MedianCopyRows<Px> a_;
+    RowRing ring_;
+};
+
+template <class Px>
+bool unsharp_stream(View<Px> image, View<Px> copy, const CRect &widened, const FilterRegion &g, const Span &s,
+                    int64_t n, const float *gauss, const float *ramp, const UnsharpParams &p, float max_value)
 {
-    return static_cast<int32_t>(v < lo ? lo : (v > hi ? hi : v));
+    constexpr int C = Px::channels;
+    using sample = typename Px::sample;
+    const KernelShape k = separable_shape(image.width, image.height, g, C, n, n);
+    const MedianCopyRows<Px> a{copy, clip_rect(image.width, image.height, widened), k.stride};
+
+    struct Strip {
+        BlurredRows<Px> blurred;
+        SeparableStage<C> ramp;
+        RowStore out;
+    };
+    const unsigned count = strip_count(s.r0, s.r1);
+    std::vector<Strip> strips;
+    strips.reserve(count);
+    for (unsigned i = 0; i < count; ++i) {
+        strips.push_back(Strip{BlurredRows<Px>(k, gauss, a), SeparableStage<C>(k, ramp, ramp), RowStore()});
+        const RowStrip rows = strip_of(s.r0, s.r1, count, i);
+        if (!strips.back().blurred.allocate(rows) || !strips.back().ramp.allocate(rows, false) ||
+            !strips.back().out.allocate(1, k.stride))
+            return false;
+    }
+    run_strips(count, [&](unsigned i) {
+        Strip &st = strips[i];
+        const RowStrip rows = strip_of(s.r0, s.r1, count, i);
+        const typename BlurredRows<Px>::Source blurred{&st.blurred};
+        float *b = st.out.row(0);
+        for (int64_t y = rows.first; y <= rows.last; ++y) {
+            st.ramp.produce(y, blurred, b);
+            const float *a_row = st.blurred.kept(y);
+            sample *px = image.row(static_cast<int32_t>(y));
+            for (int64_t f = int64_t(s.x0) * C; f < (int64_t(s.x1) + 1) * C; ++f) {
+                // The image plus 1.0 times the detail, clipped below then above, truncated.
+                float v = static_cast<float>(px[f]) + 1.0f * unsharp_detail(a_row[f], b[f], p);
+                if (v < 0.0f)
+                    v = 0.0f;
+                if (v > max_value)
+                    v = max_value;
+                px[f] = store_sample<sample>(v);
+            }
+        }
+    });
+    return true;
+}
+
+template <class Px, class MedianSimple>
+bool unsharp_rect_streamed(long width, long height, void *bits, const CRect &rect, const CRect &widened,
+                           uint16_t r, const UnsharpParams &p, float max_value, MedianSimple &&median_simple)
+{
+    const View<Px> image = view<Px>(width, height, static_cast<unsigned char *>(bits));
+    const std::size_t bytes = static_cast<std::size_t>(image.pitch) * static_cast<std::size_t>(image.height);
+    std::unique_ptr<unsigned char, void (*)(void *)> copy(static_cast<unsigned char *>(try_alloc(bytes)), std::free);
+    if (copy == nullptr)
+        return false;
+    // The median of the copy reads the image itself and writes into the copy: the same bytes as
+    // the in-place median of the copy, without its second copy.
+    std::memcpy(copy.get(), bits, bytes);
+    CRect median_rect = widened;
+    if (!median_simple(width, height, bits, copy.get(), median_rect, 0.015, static_cast<unsigned short>(1)))
+        return false;
+
+    const unsigned short size = static_cast<unsigned short>(2 * r + 1);
+    CFiltre gauss(CFiltre::Filtre_Gaussien, size, static_cast<float>(r) * 0.25f);
+    CFiltre ramp(CFiltre::Filtre_Rampe, size, 0.0f);
+    if (!gauss.IsOK() || !ramp.IsOK())
+        return false;
+    const FilterRegion g = filter_region(width, height, rect);
+    const Span s = clip_rect(width, height, rect);
+    return unsharp_stream<Px>(image, view<Px>(width, height, copy.get()), widened, g, s, (size - 1) / 2,
+                              gauss.Donne_TabFiltreX(), ramp.Donne_TabFiltreX(), p, max_value);
 }
 
 // The rectangle form. `median(width, height, bits, rect, tolerance, radius)` is the class's
 // FiltreMedian (buffer form). max_value is the clip of the result: the sample range.
-template <class Median>
+//
+// `median_simple(width, height, bits, out, rect, tolerance, radius)` is its FiltreMedianSimple,
+// used by the streamed schedule.
+template <class Median, class MedianSimple>
 bool unsharp_rect(unsigned char bpp, long width, long height, void *bits, const CRect &rect,
-                  const UnsharpParams &p, float max_value, Median &&median)
+                  const UnsharpParams &p, float max_value, Median &&median, MedianSimple &&median_simple)
 {
     if (!unsharp_params_ok(p))
         return false;
@@ -108,6 +258,16 @@ bool unsharp_rect(unsigned char bpp, long width, long height, void *bits, const 
     const uint64_t samples = uint64_t(w) * uint64_t(h) * uint64_t(channels);
     if (bytes > SIZE_MAX || samples > SIZE_MAX / sizeof(float))
         return false;
+
+    // Nothing of the image changes when the rectangle misses it; the plain steps say so.
+    if (fast_paths_enabled() && !clip_rect(w, h, rect).empty()) {
+        if (bpp == 8)
+            return unsharp_rect_streamed<Grey8>(width, height, bits, rect, widened, r, p, max_value, median_simple);
+        if (bpp == 16)
+            return unsharp_rect_streamed<Grey16>(width, height, bits, rect, widened, r, p, max_value, median_simple);
+        if (bpp == 24)
+            return unsharp_rect_streamed<Bgr24>(width, height, bits, rect, widened, r, p, max_value, median_simple);
+    }
 
     UnsharpBuffers buf;
     buf.copy = static_cast<unsigned char *>(try_alloc(static_cast<std::size_t>(bytes)));

@@ -1,20 +1,18 @@
-// Table kernels shared by the grey and colour look-up tables and by the operations that build
-// a local table (negative, histogram stretch). Instantiated in src/lut/lut.cpp for uint8_t and
-// uint16_t entries.
-#ifndef KEVRA_PROCESSING_DETAIL_LUT_H
-#define KEVRA_PROCESSING_DETAIL_LUT_H
+// Table kernels of the grey and colour look-up tables, instantiated in src/lut/lut.cpp for
+// uint8_t and uint16_t entries. The entry-count rule, which the operations building a local
+// table share, is in core/pixel.h.
+#ifndef KEVRA_LUT_DETAIL_TABLE_KERNELS_H
+#define KEVRA_LUT_DETAIL_TABLE_KERNELS_H
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 
-#include "processing/detail/float_store.h"
-#include "processing/detail/pixel.h"
+#include "core/float_store.h"
+#include "core/pixel.h"
 
 namespace kevra {
 namespace detail {
-
-// The one entry-count rule of every table: 65536 entries at depth 16, else 256.
-inline int32_t lut_entries(unsigned bpp) { return bpp == 16 ? 65536 : 256; }
 
 // One entry of the brightness/contrast/gamma table. The precision of each step is part of the
 // result: x in single precision, the power in double rounded back to single, then
@@ -90,6 +88,29 @@ void apply_table(const View<Px> &v, const Span &s, const typename Px::sample *ta
     }
 }
 
+// The same lookups, eight samples at a time: all eight entries are read before any sample is
+// written back, so the compiler need not fear that a store changes the table (byte stores may
+// alias anything) and the reads overlap. Each sample still gets table[sample].
+template <class Px>
+void apply_table_fast(const View<Px> &v, const Span &s, const typename Px::sample *table)
+{
+    using T = typename Px::sample;
+    constexpr int kBlock = 8;
+    const int64_t n = static_cast<int64_t>(s.x1) - s.x0 + 1;
+    for (int32_t r = s.r0; r <= s.r1; ++r) {
+        T *p = v.pixel(s.x0, r);
+        int64_t x = 0;
+        for (; x + kBlock <= n; x += kBlock) {
+            T out[kBlock];
+            for (int k = 0; k < kBlock; ++k)
+                out[k] = table[p[x + k]];
+            std::memcpy(p + x, out, sizeof out);
+        }
+        for (; x < n; ++x)
+            p[x] = table[p[x]];
+    }
+}
+
 // 24 bits: the pixel's first byte through the first table, the second through the second, the
 // third through the third (blue, green, red for a standard bitmap).
 inline void apply_tables_bgr(const View<Bgr24> &v, const Span &s, const uint8_t *first,
@@ -98,6 +119,32 @@ inline void apply_tables_bgr(const View<Bgr24> &v, const Span &s, const uint8_t 
     for (int32_t r = s.r0; r <= s.r1; ++r) {
         uint8_t *p = v.pixel(s.x0, r);
         for (int32_t x = s.x0; x <= s.x1; ++x, p += 3) {
+            p[0] = first[p[0]];
+            p[1] = second[p[1]];
+            p[2] = third[p[2]];
+        }
+    }
+}
+
+// The same, four pixels at a time, all twelve entries read before the bytes are written back.
+inline void apply_tables_bgr_fast(const View<Bgr24> &v, const Span &s, const uint8_t *first,
+                                  const uint8_t *second, const uint8_t *third)
+{
+    constexpr int kPixels = 4;
+    const int64_t n = static_cast<int64_t>(s.x1) - s.x0 + 1;
+    for (int32_t r = s.r0; r <= s.r1; ++r) {
+        uint8_t *p = v.pixel(s.x0, r);
+        int64_t x = 0;
+        for (; x + kPixels <= n; x += kPixels, p += 3 * kPixels) {
+            uint8_t out[3 * kPixels];
+            for (int k = 0; k < kPixels; ++k) {
+                out[3 * k] = first[p[3 * k]];
+                out[3 * k + 1] = second[p[3 * k + 1]];
+                out[3 * k + 2] = third[p[3 * k + 2]];
+            }
+            std::memcpy(p, out, sizeof out);
+        }
+        for (; x < n; ++x, p += 3) {
             p[0] = first[p[0]];
             p[1] = second[p[1]];
             p[2] = third[p[2]];

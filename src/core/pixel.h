@@ -1,11 +1,13 @@
-// Storage traits, the buffer view and the shared rectangle clipping used by
-// every processing kernel.
-#ifndef KEVRA_PROCESSING_DETAIL_PIXEL_H
-#define KEVRA_PROCESSING_DETAIL_PIXEL_H
+// Storage traits, the pitch rule, the buffer view and the shared rectangle clipping: the pixel
+// vocabulary of the image store, the codec, the processing kernels, the tables, the filters and
+// the sequencer.
+#ifndef KEVRA_CORE_PIXEL_H
+#define KEVRA_CORE_PIXEL_H
 
 #include <cstddef>
 #include <cstdint>
 
+#include "core/clamp.h"
 #include "kevra/types.h"
 
 namespace kevra {
@@ -29,12 +31,12 @@ struct Bgr24 {
     static constexpr int bpp = 24;
 };
 
+// The one entry-count rule of every table, including the local tables of the processing
+// operations: 65536 entries at depth 16, else 256.
+inline int32_t lut_entries(unsigned bpp) { return bpp == 16 ? 65536 : 256; }
+
 // Row pitch: every row padded to 4 bytes. Computed in 64 bits so that hostile
 // sizes cannot wrap; callers that store it in 32 bits check the range.
-// v brought into lo .. hi. The one clamp of the private helpers: a second inline function of the
-// same name and arguments but another result type would be an ODR violation that only a 32-bit
-// build shows (the 64-bit result is returned in two registers there).
-inline int64_t clamp_to(int64_t v, int64_t lo, int64_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
 inline int64_t row_pitch(int64_t width, int bpp)
 {
@@ -57,6 +59,9 @@ struct View {
     sample * row(int32_t r) const { return reinterpret_cast<sample *>(bits + pitch * r); }
     sample * pixel(int32_t x, int32_t r) const { return row(r) + static_cast<std::ptrdiff_t>(x) * Px::channels; }
 };
+
+// The untyped bits of a buffer form as bytes.
+inline unsigned char * as_bytes(void * bits) { return static_cast<unsigned char *>(bits); }
 
 template <class Px>
 inline View<Px> view(long width, long height, unsigned char * bits)

@@ -4,8 +4,8 @@
 // object's depth and an image that is not IsOK(); it then runs the buffer form on the image's
 // width, height, bits and working zone, and releases the bits (which, for a 16-bit image,
 // discards the grey view so that the display is rebuilt from the new samples).
-#ifndef KEVRA_PROCESSING_DETAIL_IMAGE_FORM_H
-#define KEVRA_PROCESSING_DETAIL_IMAGE_FORM_H
+#ifndef KEVRA_CORE_IMAGE_FORM_H
+#define KEVRA_CORE_IMAGE_FORM_H
 
 #include "kevra/dib.h"
 #include "kevra/types.h"

@@ -1,0 +1,88 @@
+// The shared core: every float-to-integer rule, the clamps and the fast-path switch.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "core/clamp.h"
+#include "core/fast_path.h"
+#include "core/float_store.h"
+
+using namespace kevra::detail;
+
+namespace {
+const float kNaN = std::numeric_limits<float>::quiet_NaN();
+const float kInf = std::numeric_limits<float>::infinity();
+} // namespace
+
+// Sample stores: truncation toward zero, then the low bits; the same for float and double.
+TEST(FloatStore, SamplesTruncateAndKeepTheLowBits)
+{
+    struct Row {
+        double in;
+        unsigned u8, u16;
+    };
+    const Row rows[] = {
+        {300.7, 44, 300},    {255.9, 255, 255},  {0.99, 0, 0},       {65536.5, 0, 0},  {70000.0, 112, 4464},
+        {-1.5, 0xFF, 0xFFFF}, {-2.0, 0xFE, 0xFFFE}, {1e30, 0, 0},     {-1e30, 0, 0},    {std::nan(""), 0, 0},
+    };
+    for (const Row &r : rows) {
+        const float f = static_cast<float>(r.in);
+        EXPECT_EQ(store_u8(f), r.u8) << r.in;
+        EXPECT_EQ(store_u16(f), r.u16) << r.in;
+        EXPECT_EQ(store_u8(r.in), r.u8) << r.in;
+        EXPECT_EQ(store_u16(r.in), r.u16) << r.in;
+        EXPECT_EQ(store_sample<uint16_t>(f), r.u16) << r.in;
+    }
+}
+
+// Signed values saturate at the int32_t ends and NaN gives 0; counts saturate in 32 unsigned
+// bits before keeping 16; rounding is half up.
+TEST(FloatStore, SignedValuesCountsAndRounding)
+{
+    EXPECT_EQ(truncate_i32(-2.9f), -2);
+    EXPECT_EQ(truncate_i32(2147483520.0f), 2147483520);
+    EXPECT_EQ(truncate_i32(2147483647.5), INT32_MAX);
+    EXPECT_EQ(truncate_i32(2147483648.0f), INT32_MAX);
+    EXPECT_EQ(truncate_i32(-2147483648.0f), INT32_MIN);
+    EXPECT_EQ(truncate_i32(-kInf), INT32_MIN);
+    EXPECT_EQ(truncate_i32(kNaN), 0);
+    EXPECT_EQ(count_u16(0.9f), 0);
+    EXPECT_EQ(count_u16(-5.0f), 0);
+    EXPECT_EQ(count_u16(kNaN), 0);
+    EXPECT_EQ(count_u16(65537.9f), 1);
+    EXPECT_EQ(count_u16(5e9f), 0xFFFF);
+    EXPECT_EQ(round_half_up_i32(72 * 39.37007874015748), 2835);
+    EXPECT_EQ(round_half_up_i32(-0.5), 0);
+    EXPECT_EQ(round_half_up_i32(-0.51), -1);
+    EXPECT_EQ(round_half_up_i32(1e300), INT32_MAX);
+}
+
+TEST(Clamp, Int32Coordinates)
+{
+    EXPECT_EQ(clamp_i32(INT64_MIN, 0, 9), 0);
+    EXPECT_EQ(clamp_i32(INT64_MAX, 0, 9), 9);
+    EXPECT_EQ(clamp_i32(4, 0, 9), 4);
+    EXPECT_EQ(clamp_to(-3, -1, INT64_MAX), -1);
+}
+
+// The scope sets the switch and restores the previous value, nested or not. A plain-only
+// build keeps it off whatever is asked.
+TEST(FastPath, ScopeRestoresThePreviousValue)
+{
+    const bool initial = fast_paths_enabled();
+    {
+        FastPathScope off(false);
+        EXPECT_FALSE(fast_paths_enabled());
+        {
+            FastPathScope on(true);
+#if defined(KEVRA_PLAIN_ONLY) && KEVRA_PLAIN_ONLY
+            EXPECT_FALSE(fast_paths_enabled());
+#else
+            EXPECT_TRUE(fast_paths_enabled());
+#endif
+        }
+        EXPECT_FALSE(fast_paths_enabled());
+    }
+    EXPECT_EQ(fast_paths_enabled(), initial);
+}

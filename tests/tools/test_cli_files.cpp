@@ -1,0 +1,345 @@
+// `kevra` and files: the formats it reads and writes, the BMP variants of other
+// tools, DICOM input, where outputs go (links, devices, standard output), the
+// refusals that write nothing, and an interrupted save.
+#include "cli_support.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <thread>
+
+namespace cli_test {
+namespace {
+
+class CliFiles : public CliTest {};
+
+// Runs a shell command line with "{kevra}" standing for the program; its exit code.
+int shell(std::string command)
+{
+    const std::string token = "{kevra}";
+    for (std::size_t at; (at = command.find(token)) != std::string::npos;)
+        command.replace(at, token.size(), std::string(KEVRA_CLI_EMULATOR) + "'" + KEVRA_CLI_PATH + "'");
+    const int status = std::system(command.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool have(const char * program)
+{
+    return std::system((std::string("command -v ") + program + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+void put32(std::vector<uint8_t> & b, uint32_t v)
+{
+    for (int i = 0; i < 4; ++i)
+        b.push_back(static_cast<uint8_t>(v >> (8 * i)));
+}
+
+// A BMP file: 40-byte header, then `extra` (masks, palette), then the rows.
+std::vector<uint8_t> bmp(int w, int h, int bits, uint32_t compression, uint32_t colours,
+                         const std::vector<uint8_t> & extra, const std::vector<uint8_t> & rows)
+{
+    std::vector<uint8_t> b = {'B', 'M'};
+    put32(b, static_cast<uint32_t>(54 + extra.size() + rows.size()));
+    put32(b, 0);
+    put32(b, static_cast<uint32_t>(54 + extra.size()));
+    for (uint32_t v : {40u, static_cast<uint32_t>(w), static_cast<uint32_t>(h), 1u | (static_cast<uint32_t>(bits) << 16),
+                       compression, static_cast<uint32_t>(rows.size()), 3780u, 3780u, colours, 0u})
+        put32(b, v);
+    b.insert(b.end(), extra.begin(), extra.end());
+    b.insert(b.end(), rows.begin(), rows.end());
+    return b;
+}
+
+// The 4 x 2 test picture, bottom row first: black, yellow, cyan, magenta /
+// red, green, blue, white, as 0xRRGGBB; exact in every variant.
+const uint32_t colours[8] = {0x000000, 0xFFFF00, 0x00FFFF, 0xFF00FF, 0xFF0000, 0x00FF00, 0x0000FF, 0xFFFFFF};
+
+// The same picture in each BMP variant the library's codec does not take.
+std::vector<std::pair<std::string, std::vector<uint8_t>>> variants()
+{
+    std::vector<uint8_t> palette, pal8, pal4, rle8, rgb565, rgb555, rgb32, argb;
+    for (uint32_t c : colours)
+        for (uint32_t v : {c & 0xFF, (c >> 8) & 0xFF, c >> 16, 0u})
+            palette.push_back(static_cast<uint8_t>(v));
+    for (int y = 0; y < 2; ++y) {
+        for (int x = 0; x < 4; ++x) {
+            const int i = 4 * y + x;
+            const uint32_t c = colours[i], r = c >> 16, g = (c >> 8) & 0xFF, b = c & 0xFF;
+            pal8.push_back(static_cast<uint8_t>(i));
+            rle8.insert(rle8.end(), {1, static_cast<uint8_t>(i)});
+            if (x % 2 == 0)
+                pal4.push_back(static_cast<uint8_t>((i << 4) | (i + 1)));
+            const uint32_t v565 = ((r >> 3) << 11) | ((g >> 2) << 5) | (b >> 3),
+                           v555 = ((r >> 3) << 10) | ((g >> 3) << 5) | (b >> 3);
+            rgb565.insert(rgb565.end(), {static_cast<uint8_t>(v565), static_cast<uint8_t>(v565 >> 8)});
+            rgb555.insert(rgb555.end(), {static_cast<uint8_t>(v555), static_cast<uint8_t>(v555 >> 8)});
+            rgb32.insert(rgb32.end(), {static_cast<uint8_t>(b), static_cast<uint8_t>(g), static_cast<uint8_t>(r), 0});
+            argb.insert(argb.end(), {static_cast<uint8_t>(b), static_cast<uint8_t>(g), static_cast<uint8_t>(r), 0x80});
+        }
+        pal4.insert(pal4.end(), {0, 0});
+        rle8.insert(rle8.end(), {0, 0});
+    }
+    rle8.insert(rle8.end(), {0, 1});
+    std::vector<uint8_t> masks565, masks32;
+    for (uint32_t m : {0xF800u, 0x07E0u, 0x001Fu})
+        put32(masks565, m);
+    for (uint32_t m : {0xFF0000u, 0xFF00u, 0xFFu, 0xFF000000u})
+        put32(masks32, m);
+    return {
+        {"BMP, 8-bit colour palette of 8 entries (read as 24-bit colour)", bmp(4, 2, 8, 0, 8, palette, pal8)},
+        {"BMP, 8-bit colour palette of 8 entries, RLE8 compression (read as 24-bit colour)",
+         bmp(4, 2, 8, 1, 8, palette, rle8)},
+        {"BMP, 4-bit colour palette of 8 entries (read as 24-bit colour)", bmp(4, 2, 4, 0, 8, palette, pal4)},
+        {"BMP, 16-bit colour (RGB565), bit fields (read as 24-bit colour)", bmp(4, 2, 16, 3, 0, masks565, rgb565)},
+        {"BMP, 16-bit colour (RGB555) (read as 24-bit colour)", bmp(4, 2, 16, 0, 0, {}, rgb555)},
+        {"BMP, 32-bit colour (read as 24-bit colour)", bmp(4, 2, 32, 0, 0, {}, rgb32)},
+        {"BMP, 32-bit colour with alpha, alpha bit fields (read as 24-bit colour)", bmp(4, 2, 32, 6, 0, masks32, argb)},
+    };
+}
+
+// Every variant reads as the library's 24-bit image of the same picture, and
+// `info` tells the file's own form.
+TEST_F(CliFiles, BmpVariantsOfOtherToolsBecomeTheLibrarysColourImage)
+{
+    kevra::CDib expected(4, 2, 24);
+    for (int i = 0; i < 8; ++i) {
+        unsigned char * p = expected.GetPixelPtr(i % 4, i / 4);
+        p[0] = colours[i] & 0xFF, p[1] = (colours[i] >> 8) & 0xFF, p[2] = colours[i] >> 16;
+    }
+    expected.SetXPelsPerMeter(3780);
+    expected.SetYPelsPerMeter(3780);
+    ASSERT_TRUE(expected.Save(wide(dir.file("expected.bmp")).c_str(), 0));
+    for (const auto & v : variants()) {
+        SCOPED_TRACE(v.first);
+        write_file(dir.file("v.bmp"), v.second);
+        const CliRun info = run_cli({"info", dir.file("v.bmp")}, dir);
+        ASSERT_EQ(info.code, 0) << info.err;
+        EXPECT_NE(info.out.find("\nformat:      " + v.first + "\n"), std::string::npos) << info.out;
+        const CliRun r = run_cli({"convert", dir.file("v.bmp"), dir.file("out.bmp")}, dir);
+        ASSERT_EQ(r.code, 0) << r.err;
+        EXPECT_EQ(r.err, v.first.find("alpha") != std::string::npos
+                             ? "kevra: note: " + dir.file("v.bmp") + ": its alpha channel is dropped\n"
+                             : "");
+        EXPECT_EQ(read_file(dir.file("out.bmp")), read_file(dir.file("expected.bmp")));
+    }
+}
+
+#ifdef KEVRA_CLI_HAS_OIIO
+// PNG and TIFF at each depth, with unequal resolutions: back to BMP, the same
+// bytes; another tool reads the colours in their places.
+TEST_F(CliFiles, PngAndTiffRoundTripsKeepSamplesAndResolution)
+{
+    int seed = 20;
+    for (int bits : {8, 16, 24}) {
+        for (const char * ext : {"png", "tif"}) {
+            SCOPED_TRACE(std::to_string(bits) + " " + ext);
+            const std::string in = dir.file("in.bmp"), mid = dir.file(std::string("mid.") + ext),
+                              back = dir.file("back.bmp");
+            write_picture(in, 12, 7, bits, ++seed); // no row padding: other formats do not keep it
+            kevra::CDib image;
+            ASSERT_TRUE(image.Load(wide(in).c_str(), 0));
+            image.SetXPelsPerMeter(3780);  // 96 dpi
+            image.SetYPelsPerMeter(15748); // 400 dpi
+            ASSERT_TRUE(image.Save(wide(in).c_str(), 0));
+            ASSERT_EQ(run_cli({"convert", in, mid}, dir).code, 0);
+            const CliRun r = run_cli({"convert", mid, back}, dir);
+            ASSERT_EQ(r.code, 0) << r.err;
+            EXPECT_EQ(read_file(back), read_file(in));
+        }
+    }
+    if (!have("oiiotool"))
+        return;
+    write_file(dir.file("v.bmp"), variants()[0].second);
+    ASSERT_EQ(run_cli({"convert", dir.file("v.bmp"), dir.file("v.png")}, dir).code, 0);
+    ASSERT_EQ(shell("oiiotool --dumpdata '" + dir.file("v.png") + "' >'" + dir.file("dump.txt") + "'"), 0);
+    EXPECT_NE(read_text(dir.file("dump.txt")).find("Pixel (0, 0): 255 0 0 ("), std::string::npos); // red, top left
+
+    // Files of other tools: a JPEG photograph, grey with alpha, 16-bit colour (refused).
+    const std::string make = "oiiotool --pattern constant:color=";
+    ASSERT_EQ(shell(make + "1,0.5,0 4x4 3 -o '" + dir.file("c.jpg") + "'"), 0);
+    ASSERT_EQ(shell(make + "0.5,0.5 4x4 2 -d uint16 -o '" + dir.file("ga.png") + "'"), 0);
+    ASSERT_EQ(shell(make + "1,0,0 4x4 3 -d uint16 -o '" + dir.file("c16.png") + "'"), 0);
+    CliRun r = run_cli({"info", dir.file("c.jpg")}, dir);
+    EXPECT_NE(r.out.find("\nformat:      JPEG, 8-bit colour\n"), std::string::npos) << r.out;
+    r = run_cli({"info", dir.file("ga.png")}, dir);
+    EXPECT_NE(r.out.find("\nformat:      PNG, 16-bit grey with alpha\n"), std::string::npos) << r.out;
+    EXPECT_EQ(r.err, "kevra: note: " + dir.file("ga.png") + ": its alpha channel is dropped\n");
+    r = run_cli({"info", dir.file("c16.png")}, dir);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, "kevra: " + dir.file("c16.png") + ": 16-bit colour is not supported (8-bit colour, or 8- or "
+                                                      "16-bit grey)\n");
+}
+
+// A DICOM file made by DCMTK: 12 stored bits (the high bits hold garbage),
+// MONOCHROME1 shown inverted, the pixel spacing taken as the resolution.
+TEST_F(CliFiles, DicomMonochromeOneWithTwelveStoredBits)
+{
+    if (!have("dump2dcm"))
+        GTEST_SKIP() << "dump2dcm (DCMTK) is not installed";
+    std::ofstream(dir.file("x.dump")) << "(0008,0016) UI =SecondaryCaptureImageStorage\n(0008,0018) UI 1.2.3.4\n"
+                                         "(0008,0060) CS [IO]\n(0028,0002) US 1\n(0028,0004) CS [MONOCHROME1]\n"
+                                         "(0028,0010) US 2\n(0028,0011) US 3\n(0028,0030) DS [0.02\\0.025]\n"
+                                         "(0028,0100) US 16\n(0028,0101) US 12\n(0028,0102) US 11\n(0028,0103) US 0\n"
+                                         "(7fe0,0010) OW 0000\\0001\\0fff\\0800\\f123\\0400\n";
+    ASSERT_EQ(shell("dump2dcm --write-xfer-little '" + dir.file("x.dump") + "' '" + dir.file("x.dcm") + "'"), 0);
+    CliRun r = run_cli({"info", dir.file("x.dcm")}, dir);
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("format:      DICOM, 12-bit grey (MONOCHROME1, inverted to display sense) (read as 16-bit "
+                         "grey, samples 0 to 4095)\nsize:        3 x 2 pixels\n"),
+              std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("resolution:  40000 x 50000 pixels per metre"), std::string::npos) << r.out;
+    // Written as TIFF and read back: 4095 - each stored value, spacing kept.
+    ASSERT_EQ(run_cli({"convert", dir.file("x.dcm"), dir.file("x.tif")}, dir).code, 0);
+    ASSERT_EQ(run_cli({"convert", dir.file("x.tif"), dir.file("x.bmp")}, dir).code, 0);
+    const std::vector<uint8_t> b = read_file(dir.file("x.bmp"));
+    ASSERT_EQ(b.size(), 54u + 1024 + 16);
+    EXPECT_EQ(b[38] | (b[39] << 8) | (b[40] << 16), 40000);
+    EXPECT_EQ(b[42] | (b[43] << 8) | (b[44] << 16), 50000);
+    const int expected[6] = {2047, 3804, 3071, 4095, 4094, 0}; // bottom row first
+    for (int i = 0; i < 6; ++i) {
+        const std::size_t at = 1078 + 8 * (i / 3) + 2 * (i % 3);
+        EXPECT_EQ(b[at] | (b[at + 1] << 8), expected[i]) << i;
+    }
+}
+#endif
+
+// Refusals: exit 2 (a wrong command line) or 1 (an input kevra cannot read),
+// one line, and nothing written.
+TEST_F(CliFiles, RefusalsNameTheProblemAndWriteNothing)
+{
+    const std::string in = dir.file("in.bmp"), in24 = dir.file("in24.bmp"), odd = dir.file("odd.bmp"),
+                      jpeg_bmp = dir.file("jpeg.bmp");
+    write_picture(in, 6, 4, 8, 30);
+    write_picture(in24, 6, 4, 24, 31);
+    write_file(odd, bmp(2, 2, 7, 0, 0, {}, std::vector<uint8_t>(8)));
+    write_file(jpeg_bmp, bmp(2, 2, 24, 4, 0, {}, std::vector<uint8_t>(16)));
+    const std::string p = dir.path().string() + "/";
+    const struct Case {
+        std::vector<std::string> args;
+        int code;
+        std::string err;
+    } cases[] = {
+        {{"process", in, p + "o.jpg", "--negative"}, 2,
+         p + "o.jpg: kevra reads JPEG but does not write it (write .png, .tif or .bmp)"},
+        {{"process", in, p + "o.xyz", "--negative"}, 2,
+         p + "o.xyz: unknown output format 'xyz' (.bmp, .png, .tif or .tiff, or --format bmp|png|tiff)"},
+        {{"histogram", in, p + "o"}, 2, p + "o: no extension to choose the format by (.bmp, .png, .tif or .tiff, "
+                                            "or --format bmp|png|tiff)"},
+        {{"lut", p + "o.txt"}, 2, p + "o.txt: unknown output format 'txt' (.bmp, .png, .tif or .tiff, or --format "
+                                      "bmp|png|tiff)"},
+        {{"lut", p + "o.bmp", "--gamma", "0"}, 2, "--gamma 0: GAMMA must be a number above 0, up to 10 (not 0)"},
+        {{"info", in, "--zone", "2,2,9,3"}, 2,
+         "--zone 2,2,9,3: the zone must lie within the 6 x 4 image (0 <= LEFT <= RIGHT <= 5, 0 <= TOP <= BOTTOM <= 3)"},
+        {{"histogram", in, p + "o.bmp", "--zone", "7,0,8,1"}, 2,
+         "--zone 7,0,8,1: the zone must lie within the 6 x 4 image (0 <= LEFT <= RIGHT <= 5, 0 <= TOP <= BOTTOM <= 3)"},
+        {{"process", in, p + "o.bmp", "--negative", "--max-pixels", "23"}, 1,
+         in + ": 6 x 4 pixels is more than --max-pixels allows (23)"},
+        {{"process", in, p + "o.bmp", "--resample", "10x10", "--max-pixels", "99"}, 1,
+         in + ": the result of 10 x 10 pixels is more than --max-pixels allows (99)"},
+        {{"process", odd, p + "o.bmp", "--negative"}, 1,
+         odd + ": BMP bit count 7 is not one kevra reads (1, 4, 8, 16, 24 or 32)"},
+        {{"info", jpeg_bmp}, 1, jpeg_bmp + ": BMP with 24-bit pixels and JPEG compression is not a form kevra reads"},
+        {{"palette", in24, p + "o.bmp", "--palette", "21"}, 1,
+         in24 + ": 24-bit images are not supported here (8 or 16 bits)"},
+#ifdef KEVRA_CLI_HAS_OIIO
+        {{"palette", in, p + "o.png", "--palette", "21"}, 2,
+         p + "o.png: a display palette is kept in BMP files only (write .bmp)"},
+#else
+        {{"convert", in, p + "o.png"}, 2, p + "o.png: this kevra was built without OpenImageIO and writes BMP only"},
+#endif
+        {{"bogus"}, 2, "unknown command 'bogus' (commands: process, info, histogram, lut, convert, palette, demo, help)"},
+        {{"help", "bogus"}, 2,
+         "unknown command 'bogus' (commands: process, info, histogram, lut, convert, palette, demo, help)"},
+        {{"process", "--bogus", in}, 2, "unknown option --bogus for kevra process (see kevra process --help)"},
+        {{}, 2, "a command is required (process, info, histogram, lut, convert, palette, demo, help; see kevra --help)"},
+    };
+    for (const Case & c : cases) {
+        const CliRun r = run_cli(c.args, dir);
+        EXPECT_EQ(r.code, c.code) << c.err;
+        EXPECT_EQ(r.err, "kevra: " + c.err + "\n");
+    }
+    EXPECT_EQ(listing(dir.path().string()), (std::vector<std::string>{"in.bmp", "in24.bmp", "jpeg.bmp", "odd.bmp"}));
+}
+
+TEST_F(CliFiles, VersionAndHelp)
+{
+    CliRun r = run_cli({"--version"}, dir);
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.out.rfind("kevra 0.1.0 (Kevra library 0.1.0)\nformats: read BMP", 0), 0u) << r.out;
+    r = run_cli({"help", "process"}, dir);
+    EXPECT_EQ(r.code, 0);
+    EXPECT_NE(r.out.find("--gamma"), std::string::npos);
+    EXPECT_NE(r.out.find("ImageMagick's -gamma"), std::string::npos);
+}
+
+// A symbolic link is written through, a device in place, "-" is standard
+// input and output; the results are the bytes of a plain file.
+TEST_F(CliFiles, OutputsBehaveLikeEveryUnixTool)
+{
+    const std::string in = dir.file("in.bmp"), plain = dir.file("plain.bmp"), target = dir.file("target.bmp"),
+                      link = dir.file("link.bmp"), piped = dir.file("piped.bmp");
+    write_picture(in, 9, 6, 16, 40);
+    ASSERT_EQ(run_cli({"process", in, plain, "--gamma", "0.5"}, dir).code, 0);
+    for (bool exists : {false, true}) {
+        std::remove(target.c_str());
+        if (exists)
+            write_file(target, {1, 2, 3});
+        fs::remove(link);
+        fs::create_symlink("target.bmp", link);
+        const CliRun r = run_cli({"process", in, link, "--gamma", "0.5"}, dir);
+        ASSERT_EQ(r.code, 0) << r.err;
+        EXPECT_TRUE(fs::is_symlink(link));
+        EXPECT_EQ(read_file(target), read_file(plain));
+    }
+    ASSERT_EQ(shell("cat '" + in + "' | {kevra} process - - --gamma 0.5 >'" + piped + "'"), 0);
+    EXPECT_EQ(read_file(piped), read_file(plain));
+    ASSERT_EQ(shell("{kevra} process '" + in + "' /dev/stdout --gamma 0.5 | cat >'" + piped + "'"), 0);
+    EXPECT_EQ(read_file(piped), read_file(plain));
+    if (::access("/dev/null", W_OK) == 0) {
+        EXPECT_EQ(run_cli({"process", in, "/dev/null", "--gamma", "0.5"}, dir).code, 0);
+        struct stat st {};
+        ASSERT_EQ(::stat("/dev/null", &st), 0);
+        EXPECT_TRUE(S_ISCHR(st.st_mode));
+    }
+    EXPECT_EQ(listing(dir.path().string()),
+              (std::vector<std::string>{"in.bmp", "link.bmp", "piped.bmp", "plain.bmp", "target.bmp"}));
+}
+
+// SIGTERM while the result is being written to a pipe nobody reads: the
+// temporary files (the encoded image, the trace) are removed.
+TEST_F(CliFiles, InterruptedSaveLeavesNoTemporaryFile)
+{
+    const std::string in = dir.file("in.bmp"), fifo = dir.file("fifo"), tmp = dir.file("tmp"), pid = dir.file("pid");
+    write_picture(in, 400, 300, 8, 41); // far more than a pipe holds
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    ASSERT_TRUE(fs::create_directory(tmp));
+    const int reader = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+    ASSERT_EQ(shell("TMPDIR='" + tmp + "' {kevra} process '" + in + "' - --negative >'" + fifo + "' 2>/dev/null & echo $! >'" +
+                    pid + "'"),
+              0);
+    const pid_t child = std::stoi(read_text(pid));
+    // Wait until the encoded image is complete and the copy to the pipe blocks.
+    bool blocked = false;
+    for (int i = 0; i < 600 && !blocked; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        for (const auto & e : fs::directory_iterator(tmp))
+            blocked = blocked || (e.path().filename().string().find("kevra-output") != std::string::npos &&
+                                  fs::file_size(e.path()) == 54 + 1024 + 400 * 300);
+    }
+    ASSERT_TRUE(blocked);
+    ASSERT_EQ(::kill(child, SIGTERM), 0);
+    for (int i = 0; i < 600 && ::kill(child, 0) == 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ::close(reader);
+    EXPECT_NE(::kill(child, 0), 0);
+    EXPECT_TRUE(listing(tmp).empty()) << listing(tmp).front();
+}
+
+} // namespace
+} // namespace cli_test
