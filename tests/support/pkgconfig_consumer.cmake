@@ -28,5 +28,7 @@ run(flags "${PKG_CONFIG}" --cflags --libs kevra)
 separate_arguments(flags UNIX_COMMAND "${flags}")
 separate_arguments(extra UNIX_COMMAND "${CXX_FLAGS}")
 run(ignored "${CXX_COMPILER}" ${extra} "${CONSUMER_SOURCE}" -o "${WORK_DIR}/consumer" ${flags})
-run(ignored ${EMULATOR} "${WORK_DIR}/consumer")
+# A shared library outside the loader's paths is found the way a user would point at it.
+run(libdir "${PKG_CONFIG}" --variable=libdir kevra)
+run(ignored "${CMAKE_COMMAND}" -E env "LD_LIBRARY_PATH=${libdir}" ${EMULATOR} "${WORK_DIR}/consumer")
 file(REMOVE_RECURSE "${WORK_DIR}")
