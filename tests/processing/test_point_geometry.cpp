@@ -1,7 +1,6 @@
 // Per-depth classes: construction, negative, fill, mirrors, quarter turns, addition entry point.
 #include <gtest/gtest.h>
 
-#include "core/fast_path.h"
 #include "kevra/lut.h"
 #include "processing/detail/point_geometry.h"
 #include "processing_test.h"
@@ -277,29 +276,4 @@ TEST(ImageForms, RefuseNullEmptyInvalidAndOtherDepths)
                                      : CTraitementImg_24_Bpp().Donne_Histogrammes(h.data(), &h[256], &h[512], i)
                                            || CTraitementImg_24_Bpp().Donne_HistogrammeLuminance(h.data(), i));
     }
-}
-
-// The tiled quarter turn against the plain walk: random pictures, odd widths, single pixels,
-// single rows and columns, sizes around the tile; whole buffers compared, padding included.
-TEST(QuickRotate, TiledWalkGivesThePlainBytes)
-{
-    const long sizes[][2] = {{1, 1}, {1, 7}, {9, 1}, {31, 33}, {32, 32}, {33, 65}, {70, 3}, {101, 47}};
-    uint32_t seed = 100;
-    for (const auto &sz : sizes)
-        for (int bpp : {8, 16, 24})
-            for (int angle = 0; angle < 3; ++angle) {
-                Buf src(sz[0], sz[1], bpp, ++seed);
-                Buf fast(angle == 1 ? sz[0] : sz[1], angle == 1 ? sz[1] : sz[0], bpp, 1), plain = fast;
-                {
-                    detail::FastPathScope off(false);
-                    ASSERT_TRUE(turn(bpp, angle, src, plain));
-                }
-                {
-                    detail::FastPathScope on(true);
-                    ASSERT_TRUE(turn(bpp, angle, src, fast));
-                }
-                EXPECT_EQ(proc_test::first_difference(fast, plain), "")
-                    << sz[0] << "x" << sz[1] << " bpp " << bpp << " angle " << angle;
-                EXPECT_TRUE(fast.intact());
-            }
 }
