@@ -117,6 +117,38 @@ uint64_t max_image_bytes() { return g_max_image_bytes.load(std::memory_order_rel
 
 // UTF-8 encoding of a wide string (UTF-32 or UTF-16 wchar_t alike). Surrogate pairs are joined;
 // a lone surrogate or a value beyond U+10FFFF becomes U+FFFD, so the output is always valid UTF-8.
+bool from_utf8(const std::string & text, std::wstring & out)
+{
+    out.clear();
+    const auto * s = reinterpret_cast<const unsigned char *>(text.data());
+    const std::size_t n = text.size();
+    for (std::size_t i = 0; i < n;) {
+        const unsigned char c = s[i];
+        const std::size_t len = c < 0x80               ? 1
+                                : (c & 0xE0) == 0xC0   ? 2
+                                : (c & 0xF0) == 0xE0   ? 3
+                                : (c & 0xF8) == 0xF0   ? 4
+                                                       : 0;
+        if (len == 0 || i + len > n)
+            return false;
+        uint32_t cp = len == 1 ? c : len == 2 ? (c & 0x1F) : len == 3 ? (c & 0x0F) : (c & 0x07);
+        for (std::size_t k = 1; k < len; ++k) {
+            if ((s[i + k] & 0xC0) != 0x80)
+                return false;
+            cp = (cp << 6) | (s[i + k] & 0x3F);
+        }
+        if (sizeof(wchar_t) == 2 && cp >= 0x10000) {
+            cp -= 0x10000;
+            out += static_cast<wchar_t>(0xD800 + (cp >> 10));
+            out += static_cast<wchar_t>(0xDC00 + (cp & 0x3FF));
+        } else {
+            out += static_cast<wchar_t>(cp);
+        }
+        i += len;
+    }
+    return true;
+}
+
 std::string to_utf8(const wchar_t * text)
 {
     std::string out;

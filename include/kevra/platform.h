@@ -49,6 +49,10 @@ std::string map_device_path(const char * device_path);
 
 // UTF-8 form of a wide string (file names are opened through it).
 std::string to_utf8(const wchar_t * text);
+// Wide form of UTF-8 text (file names given as UTF-8); code points above
+// U+FFFF become surrogate pairs where wchar_t has 16 bits. False, with `out`
+// unspecified, when the text is not valid UTF-8.
+bool from_utf8(const std::string & text, std::wstring & out);
 
 // Path of the sequencer's trace file. Default "./Sequenceur.txt".
 void set_sequencer_trace_path(const std::string & path);

@@ -151,24 +151,8 @@ void apply_zone(kevra::CDib & dib, const Zone & zone)
 
 std::wstring widen(const std::string & utf8)
 {
-    // Python hands over valid UTF-8; decode it code point by code point.
-    std::wstring out;
-    const auto * s = reinterpret_cast<const unsigned char *>(utf8.data());
-    for (std::size_t i = 0; i < utf8.size();) {
-        const unsigned char c = s[i];
-        const std::size_t len = c < 0x80 ? 1 : (c & 0xE0) == 0xC0 ? 2 : (c & 0xF0) == 0xE0 ? 3 : 4;
-        uint32_t cp = len == 1 ? c : len == 2 ? (c & 0x1F) : len == 3 ? (c & 0x0F) : (c & 0x07);
-        for (std::size_t k = 1; k < len && i + k < utf8.size(); ++k)
-            cp = (cp << 6) | (s[i + k] & 0x3F);
-        if (sizeof(wchar_t) == 2 && cp >= 0x10000) {
-            cp -= 0x10000;
-            out += static_cast<wchar_t>(0xD800 + (cp >> 10));
-            out += static_cast<wchar_t>(0xDC00 + (cp & 0x3FF));
-        } else {
-            out += static_cast<wchar_t>(cp);
-        }
-        i += len;
-    }
+    std::wstring out; // Python hands over valid UTF-8
+    kevra::platform::from_utf8(utf8, out);
     return out;
 }
 

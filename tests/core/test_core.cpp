@@ -7,6 +7,7 @@
 #include "core/clamp.h"
 #include "core/fast_path.h"
 #include "core/float_store.h"
+#include "kevra/platform.h"
 
 using namespace kevra::detail;
 
@@ -85,4 +86,17 @@ TEST(FastPath, ScopeRestoresThePreviousValue)
         EXPECT_FALSE(fast_paths_enabled());
     }
     EXPECT_EQ(fast_paths_enabled(), initial);
+}
+
+// File names cross the API as wide strings: UTF-8 in and out, invalid input refused.
+TEST(Utf8, FileNamesBothWays)
+{
+    const std::wstring wide = L"r\u00e9sultat-\u65e5-\U0001F600.bmp";
+    const std::string utf8 = kevra::platform::to_utf8(wide.c_str());
+    EXPECT_EQ(utf8, "r\xC3\xA9sultat-\xE6\x97\xA5-\xF0\x9F\x98\x80.bmp");
+    std::wstring back;
+    ASSERT_TRUE(kevra::platform::from_utf8(utf8, back));
+    EXPECT_EQ(back, wide);
+    for (const char * bad : {"\xC3", "a\xE6\x97", "\x80", "\xF8\x88\x80\x80\x80", "\xC3\x28"})
+        EXPECT_FALSE(kevra::platform::from_utf8(bad, back)) << bad;
 }

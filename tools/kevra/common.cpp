@@ -17,43 +17,8 @@ namespace kevra_cli {
 std::wstring widen(const std::string & utf8)
 {
     std::wstring out;
-    const auto * s = reinterpret_cast<const unsigned char *>(utf8.data());
-    const std::size_t n = utf8.size();
-    for (std::size_t i = 0; i < n;) {
-        const unsigned char c = s[i];
-        uint32_t cp = 0;
-        std::size_t len = 0;
-        if (c < 0x80) {
-            cp = c;
-            len = 1;
-        } else if ((c & 0xE0) == 0xC0) {
-            cp = c & 0x1F;
-            len = 2;
-        } else if ((c & 0xF0) == 0xE0) {
-            cp = c & 0x0F;
-            len = 3;
-        } else if ((c & 0xF8) == 0xF0) {
-            cp = c & 0x07;
-            len = 4;
-        } else {
-            throw Failure(utf8 + ": file name is not valid UTF-8");
-        }
-        if (i + len > n)
-            throw Failure(utf8 + ": file name is not valid UTF-8");
-        for (std::size_t k = 1; k < len; ++k) {
-            if ((s[i + k] & 0xC0) != 0x80)
-                throw Failure(utf8 + ": file name is not valid UTF-8");
-            cp = (cp << 6) | (s[i + k] & 0x3F);
-        }
-        if (sizeof(wchar_t) == 2 && cp >= 0x10000) {
-            cp -= 0x10000;
-            out += static_cast<wchar_t>(0xD800 + (cp >> 10));
-            out += static_cast<wchar_t>(0xDC00 + (cp & 0x3FF));
-        } else {
-            out += static_cast<wchar_t>(cp);
-        }
-        i += len;
-    }
+    if (!kevra::platform::from_utf8(utf8, out))
+        throw Failure(utf8 + ": file name is not valid UTF-8");
     return out;
 }
 
