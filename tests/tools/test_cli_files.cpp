@@ -27,7 +27,7 @@ int shell(std::string command)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-bool have(const char * program)
+[[maybe_unused]] bool have(const char * program)
 {
     return std::system((std::string("command -v ") + program + " >/dev/null 2>&1").c_str()) == 0;
 }
