@@ -577,32 +577,32 @@ SourceInfo load_oiio(const std::string & path, const std::string & shown, const 
     auto in = OIIO::ImageInput::open(path);
     if (!in)
         throw Failure(shown + ": " + format + " file cannot be read: " + OIIO::geterror());
-    const OIIO::ImageSpec & spec = in->spec();
-    check_pixels(shown, static_cast<uint64_t>(spec.width), static_cast<uint64_t>(spec.height));
-    const int nch = spec.nchannels;
+    const OIIO::ImageSpec & layout = in->spec();
+    check_pixels(shown, static_cast<uint64_t>(layout.width), static_cast<uint64_t>(layout.height));
+    const int nch = layout.nchannels;
     const bool grey = nch == 1 || nch == 2;
     const bool alpha = nch == 2 || nch == 4;
     if (nch < 1 || nch > 4)
         throw Failure(shown + ": " + std::to_string(nch) + " channels per pixel (kevra reads grey or colour images)");
-    const auto base = spec.format.basetype;
+    const auto base = layout.format.basetype;
     if (base != OIIO::TypeDesc::UINT8 && base != OIIO::TypeDesc::UINT16)
-        throw Failure(shown + ": " + std::string(spec.format.c_str()) +
+        throw Failure(shown + ": " + std::string(layout.format.c_str()) +
                       " samples are not supported (8- or 16-bit whole numbers)");
     const bool sixteen = base == OIIO::TypeDesc::UINT16;
     if (sixteen && !grey)
         throw Failure(shown + ": 16-bit colour is not supported (8-bit colour, or 8- or 16-bit grey)");
-    const int stored = spec.get_int_attribute("oiio:BitsPerSample", sixteen ? 16 : 8);
+    const int stored = layout.get_int_attribute("oiio:BitsPerSample", sixteen ? 16 : 8);
 
     SourceInfo info;
     info.form = format + ", " + std::to_string(format == "DICOM" ? stored : sixteen ? 16 : 8) + "-bit " +
                 (grey ? "grey" : "colour") + (alpha ? " with alpha" : "");
-    const std::string photometric = spec.get_string_attribute("dicom:PhotometricInterpretation");
+    const std::string photometric = layout.get_string_attribute("dicom:PhotometricInterpretation");
     if (format == "DICOM" && !photometric.empty())
         info.form += " (" + photometric + (photometric == "MONOCHROME1" ? ", inverted to display sense" : "") + ")";
     if (alpha)
         info.notes.push_back("its alpha channel is dropped");
 
-    const long w = spec.width, h = spec.height;
+    const long w = layout.width, h = layout.height;
     const int out_ch = grey ? 1 : 3;
     std::vector<unsigned char> data(static_cast<std::size_t>(w) * h * out_ch * (sixteen ? 2 : 1));
     if (!in->read_image(0, 0, 0, out_ch, sixteen ? OIIO::TypeDesc::UINT16 : OIIO::TypeDesc::UINT8, data.data()))
@@ -647,8 +647,9 @@ SourceInfo load_oiio(const std::string & path, const std::string & shown, const 
     }
     image.ReleaseBits();
 
-    unsigned long xppm = ppm_from(spec.get_float_attribute("XResolution"), spec.get_string_attribute("ResolutionUnit"));
-    unsigned long yppm = ppm_from(spec.get_float_attribute("YResolution"), spec.get_string_attribute("ResolutionUnit"));
+    const std::string unit = layout.get_string_attribute("ResolutionUnit");
+    unsigned long xppm = ppm_from(layout.get_float_attribute("XResolution"), unit);
+    unsigned long yppm = ppm_from(layout.get_float_attribute("YResolution"), unit);
     if (dicom) {
         double row_mm = 0, col_mm = 0;
         if (dicom->spacing(row_mm, col_mm)) {
@@ -674,17 +675,17 @@ void save_oiio(kevra::CDib & image, const std::string & path, const std::string 
         const long w = image.Width(), h = image.Height();
         const int nch = bits == 24 ? 3 : 1;
         const OIIO::TypeDesc type = bits == 16 ? OIIO::TypeDesc::UINT16 : OIIO::TypeDesc::UINT8;
-        OIIO::ImageSpec spec(static_cast<int>(w), static_cast<int>(h), nch, type);
+        OIIO::ImageSpec layout(static_cast<int>(w), static_cast<int>(h), nch, type);
         // Pels per metre as pixels per centimetre: exact in both formats.
-        spec.attribute("ResolutionUnit", "cm");
-        spec.attribute("XResolution", static_cast<float>(image.GetXPelsPerMeter() / 100.0));
-        spec.attribute("YResolution", static_cast<float>(image.GetYPelsPerMeter() / 100.0));
+        layout.attribute("ResolutionUnit", "cm");
+        layout.attribute("XResolution", static_cast<float>(image.GetXPelsPerMeter() / 100.0));
+        layout.attribute("YResolution", static_cast<float>(image.GetYPelsPerMeter() / 100.0));
         // The TIFF writer derives the vertical resolution from the aspect ratio.
         if (image.GetXPelsPerMeter() != 0)
-            spec.attribute("PixelAspectRatio",
+            layout.attribute("PixelAspectRatio",
                            static_cast<float>(double(image.GetYPelsPerMeter()) / image.GetXPelsPerMeter()));
         if (format == "tiff")
-            spec.attribute("compression", "zip");
+            layout.attribute("compression", "zip");
         std::vector<unsigned char> data(static_cast<std::size_t>(w) * h * nch * (bits == 16 ? 2 : 1));
         const unsigned char * bitsp = image.GetBits();
         for (long y = 0; y < h; ++y) {
@@ -705,7 +706,7 @@ void save_oiio(kevra::CDib & image, const std::string & path, const std::string 
             }
         }
         image.ReleaseBits();
-        if (!out->open(file, spec) || !out->write_image(type, data.data()) || !out->close())
+        if (!out->open(file, layout) || !out->write_image(type, data.data()) || !out->close())
             throw Failure(path + ": cannot write: " + out->geterror());
     });
 }
