@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <mutex>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,11 +18,14 @@ namespace kevra_cli {
 namespace {
 
 // Registered temporary files, readable from a signal handler: a slot is free
-// (0), being filled (1) or holds a path (2).
+// (0) or holds a path (2). The handler takes no lock and reads only published
+// slots; the threads of a parallel batch serialise registering and
+// unregistering, so that no thread compares a path another thread rewrites.
 constexpr int slot_count = 64;
 constexpr std::size_t path_max = 4096;
 char g_paths[slot_count][path_max];
 std::atomic<int> g_state[slot_count];
+std::mutex g_slots_lock;
 
 extern "C" void remove_temporaries_and_die(int sig)
 {
@@ -134,9 +138,9 @@ void register_temporary(const std::string & path)
 {
     if (path.size() >= path_max)
         return;
+    const std::lock_guard<std::mutex> lock(g_slots_lock);
     for (int i = 0; i < slot_count; ++i) {
-        int free = 0;
-        if (g_state[i].compare_exchange_strong(free, 1)) {
+        if (g_state[i].load() == 0) {
             std::memcpy(g_paths[i], path.c_str(), path.size() + 1);
             g_state[i].store(2);
             return;
@@ -146,6 +150,7 @@ void register_temporary(const std::string & path)
 
 void unregister_temporary(const std::string & path)
 {
+    const std::lock_guard<std::mutex> lock(g_slots_lock);
     for (int i = 0; i < slot_count; ++i) {
         if (g_state[i].load() == 2 && path == g_paths[i]) {
             g_state[i].store(0);
