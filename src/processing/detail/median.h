@@ -115,8 +115,7 @@ inline int64_t band_pick(int64_t count) { return (count & 1) ? count / 2 : count
 //       -> float sum (writes the gathered samples at the front of out, in gathering order);
 //   rule.replaces(uint32_t centre, float sum) -> bool;
 //   Rule::half_window: true when gather takes only the neighbours at a positive byte offset
-//   (the rows above the centre and the right half of its row); the fast interior handles
-//   full windows only.
+//   (the rows above the centre and the right half of its row).
 template <class Px, class Interior>
 class MedianPass {
 public:
@@ -141,8 +140,7 @@ public:
         const bool interior_fits = int64_t(b.xs) - n >= 0 && int64_t(b.xe) + n <= src_.width - 1 &&
                                    int64_t(b.rs) - n >= 0 && int64_t(b.re) + n <= src_.height - 1;
         if (interior_fits && b.rs <= b.re && b.xs <= b.xe) {
-            if (!(fast_paths_enabled() && !Interior::half_window && integer_sums_exact() &&
-                  interior_fast(b)))
+            if (!(fast_paths_enabled() && integer_sums_exact() && interior_fast(b)))
                 interior_plain(b);
         }
 
@@ -197,21 +195,29 @@ private:
         return full_ * int64_t(std::numeric_limits<sample>::max()) < (int64_t(1) << 24);
     }
 
-    // The same interior for full windows, same decisions, with the window sums kept as running
-    // integer sums (column sums slid up the rows, window sums slid along the row).
+    // The same interior, same decisions, with the window sums kept as running integer sums
+    // (column sums slid up the rows, window sums slid along the row).
     //
     // What a replacement writes follows from the call's one sort flag: only the call's first
     // replacement sorts; every later one finds the flag clear and writes the sample at the median
-    // index N/2 - 1 of the gathering order, the window position just before the centre, i.e. its
-    // left neighbour. So the interior writes the left neighbour for every replacement, without
-    // gathering, and notes where its first one was; that one is then redone with its gather and
-    // full sort. The interior runs first in a call, so the flag is still set there. Its rows may
-    // split into strips on threads (each with its own running sums; nothing is read that another
-    // strip writes, the image being read from `bits` and written to `out`); the first
-    // replacement of the earliest strip that has one is the call's first.
+    // index N/2 - 1 of the gathering order. For a full window that is the window position just
+    // before the centre, its left neighbour; for the half window (which gathers exactly N/2
+    // samples) it is the last one gathered, the far corner (n, n). So the interior writes that
+    // sample for every replacement, without gathering, and notes where its first one was; that
+    // one is then redone with its gather and full sort. The interior runs first in a call, so the
+    // flag is still set there, and the slots a half window never gathers into still hold the
+    // zeros they started with, as on the plain path. Its rows may split into strips on threads
+    // (each with its own running sums; nothing is read that another strip writes, the image
+    // being read from `bits` and written to `out`); the first replacement of the earliest strip
+    // that has one is the call's first.
     //
-    // Not used for the half window, whose sort takes values left from earlier pixels. False
-    // (nothing done) when its column sums cannot be allocated.
+    // In place (`bits` is `out`) a full window reads neighbours the walk has already replaced
+    // (below and to the left), which sums taken before those writes cannot see, so the plain
+    // path runs; the half window reads only samples still ahead of the walk, so it stays fast
+    // (on one thread). Its first replacement, redone after the walk, may then gather samples
+    // written since, which changes nothing: that sort holds N/2 untouched zero slots, so the
+    // value it writes at N/2 - 1 is 0 whatever was gathered. False (nothing done) when the
+    // column sums cannot be allocated.
     struct Hit {
         int32_t x = 0, r = -1;
         int c = 0;
@@ -219,9 +225,14 @@ private:
 
     bool interior_fast(const MedianBounds &b)
     {
+        const bool in_place = src_.bits == out_.bits;
+        if (in_place && !Interior::half_window)
+            return false;
+        if (full_ == 0) // no neighbour: the mean is 0/0 and nothing is replaced
+            return true;
         const int32_t n = n_;
         const int64_t cols = int64_t(b.xe) + n - (b.xs - n) + 1;
-        const unsigned count = src_.bits == out_.bits ? 1u : strip_count(b.rs, b.re);
+        const unsigned count = in_place ? 1u : strip_count(b.rs, b.re);
         uint32_t *colsum = try_new_array<uint32_t>(static_cast<std::size_t>(cols * channels * count));
         if (colsum == nullptr)
             return false;
@@ -234,20 +245,29 @@ private:
         delete[] colsum;
         for (const Hit &h : hits)
             if (h.r >= 0) {
-                rule_.gather(src_.pixel(h.x, h.r) + h.c, src_.pitch / std::ptrdiff_t(sizeof(sample)), n_,
-                             samples_);
-                sort(full_);
-                out_.pixel(h.x, h.r)[h.c] = samples_[full_ / 2 - 1];
+                settle(h.x, h.r, h.c);
                 break;
             }
         return true;
     }
 
+    // The call's first replacement as the plain path makes it: gathered and fully sorted.
+    void settle(int32_t x, int32_t r, int c)
+    {
+        rule_.gather(src_.pixel(x, r) + c, src_.pitch / std::ptrdiff_t(sizeof(sample)), n_, samples_);
+        sort(full_);
+        out_.pixel(x, r)[c] = samples_[full_ / 2 - 1];
+    }
+
     // Interior rows r0..r1 with replacements written as later ones; returns the first replacement.
+    // A full window is the 2n + 1 column sums of rows r - n .. r + n less the centre; the half
+    // window is the column sums of rows r + 1 .. r + n plus its own row's n samples to the right.
     Hit interior_rows(const MedianBounds &b, int32_t r0, int32_t r1, uint32_t *colsum) const
     {
+        constexpr bool half = Interior::half_window;
         const int32_t n = n_;
-        const int32_t base = b.xs - n; // first column with a column sum
+        const int32_t lo = half ? 1 : -n; // lowest window row summed by the column sums
+        const int32_t base = b.xs - n;    // first column with a column sum
         const int64_t cols = int64_t(b.xe) + n - base + 1;
         const int64_t run = cols * channels; // column sums of a row, one per sample
         Hit first;
@@ -255,40 +275,50 @@ private:
             if (r == r0) {
                 for (int64_t k = 0; k < run; ++k)
                     colsum[k] = 0;
-                for (int32_t dy = -n; dy <= n; ++dy) {
+                for (int32_t dy = lo; dy <= n; ++dy) {
                     const sample *row = src_.pixel(base, r + dy);
                     for (int64_t k = 0; k < run; ++k)
                         colsum[k] += row[k];
                 }
             } else {
                 const sample *enters = src_.pixel(base, r + n);
-                const sample *leaves = src_.pixel(base, r - 1 - n);
+                const sample *leaves = src_.pixel(base, r - 1 + lo);
                 for (int64_t k = 0; k < run; ++k)
                     colsum[k] = colsum[k] + enters[k] - leaves[k];
             }
             uint32_t window[channels];
+            uint32_t right[channels]; // half window: the n samples right of the centre
+            const sample *own = src_.pixel(b.xs, r);
             for (int c = 0; c < channels; ++c) {
                 window[c] = 0;
                 for (int32_t k = 0; k <= 2 * n; ++k)
                     window[c] += colsum[k * channels + c];
+                right[c] = 0;
+                for (int32_t dx = 1; half && dx <= n; ++dx)
+                    right[c] += own[dx * channels + c];
             }
             const sample *left = src_.pixel(b.xs - 1, r);
+            const sample *corner = src_.pixel(b.xs + n, r + n);
             for (int32_t x = b.xs; x <= b.xe; ++x) {
                 sample *out = out_.pixel(x, r);
                 const sample *in = src_.pixel(x, r);
                 for (int c = 0; c < channels; ++c) {
-                    const uint32_t total = window[c] - in[c]; // the centre is no neighbour
-                    if (full_ > 0 && rule_.replaces(out[c], static_cast<float>(total))) {
+                    // The centre is no neighbour.
+                    const uint32_t total = half ? window[c] + right[c] : window[c] - in[c];
+                    if (rule_.replaces(out[c], static_cast<float>(total))) {
                         if (first.r < 0)
                             first = Hit{x, r, c};
-                        out[c] = left[c];
+                        out[c] = half ? corner[c] : left[c];
                     }
                     if (x < b.xe) {
                         const int64_t k = x - b.xs; // window of x: column sums k .. k + 2n
                         window[c] = window[c] + colsum[(k + 2 * n + 1) * channels + c] - colsum[k * channels + c];
+                        if (half)
+                            right[c] = right[c] + in[(n + 1) * channels + c] - in[channels + c];
                     }
                 }
                 left = in;
+                corner += channels;
             }
         }
         return first;
