@@ -42,6 +42,15 @@ inline Sample store_sample(float f)
     return static_cast<Sample>(truncate_to_bits(f));
 }
 
+// A value already clipped into [0, 65535], or NaN: the same store as store_sample (NaN gives
+// 0), through a 32-bit truncation that runs across pixels in vector registers.
+template <class Sample>
+inline Sample store_clipped_sample(float f)
+{
+    const float v = f == f ? f : 0.0f;
+    return static_cast<Sample>(static_cast<int32_t>(v));
+}
+
 // ---- Signed 32-bit values: truncation, saturating ------------------------------------------
 //
 // Coordinates, sizes, indices and fixed-point factors: truncation toward zero; values beyond

@@ -54,7 +54,7 @@ struct InteriorReciprocalDouble {
     {
         const double mean = static_cast<double>(sum) * inverse;
         const double c = centre;
-        return c >= mean * (1.0 + tolerance) || c <= mean * (1.0 - tolerance);
+        return (c >= mean * (1.0 + tolerance)) | (c <= mean * (1.0 - tolerance));
     }
 };
 
@@ -80,7 +80,7 @@ struct InteriorSingleStrict {
         const float mean = sum * inverse;
         const float deviation = tolerance * mean;
         const float c = static_cast<float>(centre);
-        return c > mean + deviation || c < mean - deviation;
+        return (c > mean + deviation) | (c < mean - deviation);
     }
 };
 
@@ -115,7 +115,7 @@ struct InteriorHalfWindowQuotient {
     {
         const double mean = static_cast<double>(sum) / full;
         const double c = centre;
-        return c >= mean * (1.0 + tolerance) || c <= mean * (1.0 - tolerance);
+        return (c >= mean * (1.0 + tolerance)) | (c <= mean * (1.0 - tolerance));
     }
 };
 

@@ -34,6 +34,10 @@ TEST(FloatStore, SamplesTruncateAndKeepTheLowBits)
         EXPECT_EQ(store_u8(r.in), r.u8) << r.in;
         EXPECT_EQ(store_u16(r.in), r.u16) << r.in;
         EXPECT_EQ(store_sample<uint16_t>(f), r.u16) << r.in;
+        if (!(f < 0.0f || f > 65535.0f)) { // the values a clipped store takes
+            EXPECT_EQ(store_clipped_sample<uint8_t>(f), r.u8) << r.in;
+            EXPECT_EQ(store_clipped_sample<uint16_t>(f), r.u16) << r.in;
+        }
     }
 }
 

@@ -230,19 +230,18 @@ private:
             return false;
         if (full_ == 0) // no neighbour: the mean is 0/0 and nothing is replaced
             return true;
-        const int32_t n = n_;
-        const int64_t cols = int64_t(b.xe) + n - (b.xs - n) + 1;
         const unsigned count = in_place ? 1u : strip_count(b.rs, b.re);
-        uint32_t *colsum = try_new_array<uint32_t>(static_cast<std::size_t>(cols * channels * count));
-        if (colsum == nullptr)
+        const int64_t scratch = scratch_words(b);
+        uint32_t *words = try_new_array<uint32_t>(static_cast<std::size_t>(scratch * count));
+        if (words == nullptr)
             return false;
         std::vector<Hit> hits(count);
         run_strips(count, [&](unsigned i) {
             const RowStrip rows = strip_of(b.rs, b.re, count, i);
             hits[i] = interior_rows(b, static_cast<int32_t>(rows.first), static_cast<int32_t>(rows.last),
-                                    colsum + int64_t(i) * cols * channels);
+                                    words + int64_t(i) * scratch);
         });
-        delete[] colsum;
+        delete[] words;
         for (const Hit &h : hits)
             if (h.r >= 0) {
                 settle(h.x, h.r, h.c);
@@ -259,17 +258,33 @@ private:
         out_.pixel(x, r)[c] = samples_[full_ / 2 - 1];
     }
 
+    // Scratch of one strip, in 32-bit words: the column sums of a row (one per sample of the
+    // interior's columns widened by n on each side), then the window sums of the interior's
+    // samples, then one decision byte per interior sample.
+    int64_t scratch_words(const MedianBounds &b) const
+    {
+        const int64_t run = (int64_t(b.xe) - b.xs + 1 + 2 * int64_t(n_)) * channels;
+        const int64_t m = (int64_t(b.xe) - b.xs + 1) * channels;
+        return run + m + (m + 3) / 4;
+    }
+
     // Interior rows r0..r1 with replacements written as later ones; returns the first replacement.
     // A full window is the 2n + 1 column sums of rows r - n .. r + n less the centre; the half
     // window is the column sums of rows r + 1 .. r + n plus its own row's n samples to the right.
-    Hit interior_rows(const MedianBounds &b, int32_t r0, int32_t r1, uint32_t *colsum) const
+    // Each row goes in passes over all its samples (column sums, window sums, decisions,
+    // writes), each pass the same operation on every sample, so that it runs across pixels in
+    // vector registers; the decision is the rule's own test, on the same values.
+    Hit interior_rows(const MedianBounds &b, int32_t r0, int32_t r1, uint32_t *scratch) const
     {
         constexpr bool half = Interior::half_window;
         const int32_t n = n_;
         const int32_t lo = half ? 1 : -n; // lowest window row summed by the column sums
         const int32_t base = b.xs - n;    // first column with a column sum
-        const int64_t cols = int64_t(b.xe) + n - base + 1;
-        const int64_t run = cols * channels; // column sums of a row, one per sample
+        const int64_t run = (int64_t(b.xe) - base + 1 + n) * channels;
+        const int64_t m = (int64_t(b.xe) - b.xs + 1) * channels; // interior samples of a row
+        uint32_t *colsum = scratch;
+        int32_t *total = reinterpret_cast<int32_t *>(scratch + run);
+        uint8_t *replaced = reinterpret_cast<uint8_t *>(scratch + run + m);
         Hit first;
         for (int32_t r = r0; r <= r1; ++r) {
             if (r == r0) {
@@ -286,39 +301,40 @@ private:
                 for (int64_t k = 0; k < run; ++k)
                     colsum[k] = colsum[k] + enters[k] - leaves[k];
             }
-            uint32_t window[channels];
-            uint32_t right[channels]; // half window: the n samples right of the centre
-            const sample *own = src_.pixel(b.xs, r);
-            for (int c = 0; c < channels; ++c) {
-                window[c] = 0;
-                for (int32_t k = 0; k <= 2 * n; ++k)
-                    window[c] += colsum[k * channels + c];
-                right[c] = 0;
-                for (int32_t dx = 1; half && dx <= n; ++dx)
-                    right[c] += own[dx * channels + c];
+            // Window sums (below 2^24, so exact in an int and in a float).
+            for (int64_t j = 0; j < m; ++j)
+                total[j] = static_cast<int32_t>(colsum[j]);
+            for (int32_t k = 1; k <= 2 * n; ++k) {
+                const uint32_t *col = colsum + int64_t(k) * channels;
+                for (int64_t j = 0; j < m; ++j)
+                    total[j] += static_cast<int32_t>(col[j]);
             }
-            const sample *left = src_.pixel(b.xs - 1, r);
-            const sample *corner = src_.pixel(b.xs + n, r + n);
-            for (int32_t x = b.xs; x <= b.xe; ++x) {
-                sample *out = out_.pixel(x, r);
-                const sample *in = src_.pixel(x, r);
-                for (int c = 0; c < channels; ++c) {
-                    // The centre is no neighbour.
-                    const uint32_t total = half ? window[c] + right[c] : window[c] - in[c];
-                    if (rule_.replaces(out[c], static_cast<float>(total))) {
-                        if (first.r < 0)
-                            first = Hit{x, r, c};
-                        out[c] = half ? corner[c] : left[c];
-                    }
-                    if (x < b.xe) {
-                        const int64_t k = x - b.xs; // window of x: column sums k .. k + 2n
-                        window[c] = window[c] + colsum[(k + 2 * n + 1) * channels + c] - colsum[k * channels + c];
-                        if (half)
-                            right[c] = right[c] + in[(n + 1) * channels + c] - in[channels + c];
-                    }
+            const sample *in = src_.pixel(b.xs, r);
+            if (half) {
+                for (int32_t dx = 1; dx <= n; ++dx) {
+                    const sample *right = in + int64_t(dx) * channels;
+                    for (int64_t j = 0; j < m; ++j)
+                        total[j] += right[j];
                 }
-                left = in;
-                corner += channels;
+            } else {
+                for (int64_t j = 0; j < m; ++j)
+                    total[j] -= in[j]; // the centre is no neighbour
+            }
+            sample *out = out_.pixel(b.xs, r);
+            for (int64_t j = 0; j < m; ++j)
+                replaced[j] = rule_.replaces(out[j], static_cast<float>(total[j])) ? 1 : 0;
+            // Later replacements: the left neighbour, or the half window's far corner (n, n).
+            const sample *pick = half ? src_.pixel(b.xs + n, r + n) : in - channels;
+            for (int64_t j = 0; j < m; ++j) {
+                const sample take = static_cast<sample>(0u - replaced[j]); // all ones where replaced
+                out[j] = static_cast<sample>((pick[j] & take) | (out[j] & ~take));
+            }
+            if (first.r < 0) {
+                const void *hit = std::memchr(replaced, 1, static_cast<std::size_t>(m));
+                if (hit != nullptr) {
+                    const int64_t j = static_cast<const uint8_t *>(hit) - replaced;
+                    first = Hit{static_cast<int32_t>(b.xs + j / channels), r, static_cast<int>(j % channels)};
+                }
             }
         }
         return first;

@@ -51,12 +51,8 @@ inline bool unsharp_params_ok(const UnsharpParams &p)
 inline float unsharp_detail(float a, float b, const UnsharpParams &p)
 {
     const float d = a - b;
-    float gain = 0.0f;
-    if (d > p.SeuilP)
-        gain = p.gainP;
-    else if (d < -p.SeuilN)
-        gain = p.gainN;
-    return d > 0.0f ? gain * d + 0.5f : gain * d - 0.5f;
+    const float gain = d > p.SeuilP ? p.gainP : (d < -p.SeuilN ? p.gainN : 0.0f);
+    return gain * d + (d > 0.0f ? 0.5f : -0.5f); // adding -0.5 is subtracting 0.5, exactly
 }
 
 // The processing base's float-plane conversions for a given depth. They are protected members
@@ -188,19 +184,22 @@ bool unsharp_stream(View<Px> image, View<Px> copy, const CRect &widened, const F
         const RowStrip rows = strip_of(s.r0, s.r1, count, i);
         const typename BlurredRows<Px>::Source blurred{&st.blurred};
         float *b = st.out.row(0);
+        const UnsharpParams q = p; // a local copy: the stores into the image cannot alias it
+        const int64_t f0 = int64_t(s.x0) * C, f1 = (int64_t(s.x1) + 1) * C;
         for (int64_t y = rows.first; y <= rows.last; ++y) {
             st.ramp.produce(y, blurred, b);
             const float *a_row = st.blurred.kept(y);
             sample *px = image.row(static_cast<int32_t>(y));
-            for (int64_t f = int64_t(s.x0) * C; f < (int64_t(s.x1) + 1) * C; ++f) {
-                // The image plus 1.0 times the detail, clipped below then above, truncated.
-                float v = static_cast<float>(px[f]) + 1.0f * unsharp_detail(a_row[f], b[f], p);
-                if (v < 0.0f)
-                    v = 0.0f;
-                if (v > max_value)
-                    v = max_value;
-                px[f] = store_sample<sample>(v);
+            // The image plus 1.0 times the detail, clipped below then above, truncated; the
+            // values first (into the ramp row, read no more), then the stores, so that each
+            // loop runs across pixels.
+            for (int64_t f = f0; f < f1; ++f) {
+                float v = static_cast<float>(px[f]) + 1.0f * unsharp_detail(a_row[f], b[f], q);
+                v = v < 0.0f ? 0.0f : v;
+                b[f] = v > max_value ? max_value : v;
             }
+            for (int64_t f = f0; f < f1; ++f)
+                px[f] = store_clipped_sample<sample>(b[f]);
         }
     });
     return true;
