@@ -25,6 +25,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <vector>
 
 #include "core/clamp.h"
@@ -131,54 +132,130 @@ public:
     void run(const CRect &rc)
     {
         const MedianBounds b = median_bounds(src_.width, src_.height, rc, n_);
-        const int32_t n = n_;
-
-        // Interior: full windows. Only an image narrower or lower than the window (1 pixel
-        // across with n >= 1) gets interior bounds whose windows leave it, through the clamping
-        // of xs, xe (rs, re) onto the same column (row); such an interior is not examined, so
-        // nothing is read outside the image.
-        const bool interior_fits = int64_t(b.xs) - n >= 0 && int64_t(b.xe) + n <= src_.width - 1 &&
-                                   int64_t(b.rs) - n >= 0 && int64_t(b.re) + n <= src_.height - 1;
-        if (interior_fits && b.rs <= b.re && b.xs <= b.xe) {
+        if (interior_examined(b)) {
             if (!(fast_paths_enabled() && integer_sums_exact() && interior_fast(b)))
                 interior_plain(b);
         }
-
-        // Lower band: the window's rows are cut at the rectangle's lowest row.
         for (int32_t r = b.rA; r < b.rs; ++r)
-            for (int32_t x = b.xs; x <= b.xe; ++x)
-                for (int c = 0; c < channels; ++c)
-                    band(x, r, c, std::max<int64_t>(-n, int64_t(b.rA) - r), n, -n, n);
-
-        // Upper band: cut at the rectangle's highest row.
+            band_row(b, Band::lower, r, [&](const BandCentre &k) { band(k); });
         for (int32_t r = b.re + 1; r <= b.rB; ++r)
-            for (int32_t x = b.xs; x <= b.xe; ++x)
-                for (int c = 0; c < channels; ++c)
-                    band(x, r, c, -n, std::min<int64_t>(n, int64_t(b.rB) - r), -n, n);
-
-        // Left band: xs - x0 centres a row, deliberately counted from the interior's first
-        // column xs and not from x0 (so the left edge itself is never reached). Its window is
-        // cut at the rectangle's left column, as the lower band's is at the lowest row; with
-        // the centres starting at xs that cut only bites when xs was clamped to the image.
+            band_row(b, Band::upper, r, [&](const BandCentre &k) { band(k); });
         for (int32_t r = b.rs; r <= b.re; ++r)
-            for (int64_t k = 0; k < int64_t(b.xs) - b.x0; ++k) {
-                const int64_t x = b.xs + k;
-                for (int c = 0; c < channels; ++c)
-                    band(x, r, c, -n, n, std::max<int64_t>(-n, int64_t(b.x0) - x), n);
-            }
-
-        // Right band: x1 - xe centres a row, again counted from xs, and a window whose right
-        // limit is taken from the row position (rB - r), not from the column. Both are part
-        // of the filter's definition, so its bands give the same bytes on every device.
+            band_row(b, Band::left, r, [&](const BandCentre &k) { band(k); });
         for (int32_t r = b.rs; r <= b.re; ++r)
-            for (int64_t k = 0; k < int64_t(b.x1) - b.xe; ++k) {
-                const int64_t x = b.xs + k;
-                for (int c = 0; c < channels; ++c)
-                    band(x, r, c, -n, n, -n, std::min<int64_t>(n, int64_t(b.rB) - r));
+            band_row(b, Band::right, r, [&](const BandCentre &k) { band(k); });
+    }
+
+    // FiltreMedian in place (`src` and `out` both the image) without a second image: the rows
+    // are walked bottom to top, each row taking all its passes at once (its lower or upper
+    // band, or its interior row then its left and right bands), into a ring of result rows
+    // that are written back only once no later window reads the row's original samples (n + 1
+    // rows up; the interior's column sums read one more). Each centre gets the decisions of
+    // the plain walk, in the same order for the centres that several passes examine, so the
+    // bytes are those of the filter into a copy of the image.
+    //
+    // The plain walk's order still decides which replacement is the call's first, the one that
+    // sorts: interior, then lower, upper, left and right bands. The interior's first is met
+    // first on this walk too and is settled at once. A band replacement is written as a later
+    // one; each band keeps its first with the value it would take as the call's first (its
+    // samples fully sorted) and, when no earlier pass replaced anything, that value is written
+    // at the end. Only the left band's first has a reader, the right band's decision on the
+    // same centre, which is therefore also taken with that value and kept.
+    //
+    // False (nothing done, the caller takes the path with a copy) when the walk does not fit:
+    // rows without an interior (the lower and upper bands could then meet), an interior whose
+    // sums would not be exact integers, or memory refused.
+    bool run_in_place_streamed(const CRect &rc)
+    {
+        const MedianBounds b = median_bounds(src_.width, src_.height, rc, n_);
+        const int32_t n = n_;
+        const bool interior = interior_examined(b) && full_ > 0;
+        if (b.rs > b.re || (interior && !integer_sums_exact()))
+            return false;
+        const int64_t row_samples = int64_t(src_.width) * channels;
+        const int64_t ring_rows = std::min<int64_t>(int64_t(n) + 2, int64_t(b.rB) - b.rA + 1);
+        const int64_t capacity = std::min<int64_t>(full_, int64_t(src_.width) * src_.height);
+        std::unique_ptr<sample[]> ring(try_new_array<sample>(static_cast<std::size_t>(ring_rows * row_samples)));
+        std::unique_ptr<sample[]> gathered(try_new_array<sample>(static_cast<std::size_t>(std::max<int64_t>(capacity, 1))));
+        std::unique_ptr<uint32_t[]> scratch(
+            interior ? try_new_array<uint32_t>(static_cast<std::size_t>(scratch_words(b))) : nullptr);
+        if (ring == nullptr || gathered == nullptr || (interior && scratch == nullptr))
+            return false;
+
+        auto ring_row = [&](int64_t r) { return ring.get() + ((r - b.rA) % ring_rows) * row_samples; };
+        auto write_back = [&](int64_t r) {
+            std::memcpy(src_.row(static_cast<int32_t>(r)), ring_row(r), static_cast<std::size_t>(row_samples) * sizeof(sample));
+        };
+        bool interior_replaced = false;
+        FirstOfBand firsts[4];
+        sample *row = nullptr;
+        // One band centre: decided against the ring, replaced as a later replacement; the
+        // band's first replacement also keeps its value as the call's first.
+        auto visit = [&](Band which, const BandCentre &k) {
+            sample &centre = row[k.x * channels + k.c];
+            const BandPick pick = band_pick_streamed(k, centre, gathered.get(), !firsts[which].met);
+            FirstOfBand &f = firsts[which];
+            if (which == Band::right && firsts[Band::left].met && firsts[Band::left].r == k.r &&
+                firsts[Band::left].x == k.x && firsts[Band::left].c == k.c) {
+                // The centre whose left-band value may still change: its decision here is
+                // also taken with the value it would have then.
+                FirstOfBand &l = firsts[Band::left];
+                const BandPick as_first = band_pick_streamed(k, l.value, gathered.get(), false);
+                l.value = as_first.replaced ? as_first.later : l.value;
             }
+            if (!pick.replaced)
+                return;
+            if (!f.met)
+                f = FirstOfBand{true, k.x, k.r, k.c, pick.first};
+            centre = pick.later;
+        };
+
+        for (int32_t r = b.rA; r <= b.rB; ++r) {
+            row = ring_row(r);
+            std::memcpy(row, src_.row(r), static_cast<std::size_t>(row_samples) * sizeof(sample));
+            if (r < b.rs) {
+                band_row(b, Band::lower, r, [&](const BandCentre &k) { visit(Band::lower, k); });
+            } else if (r > b.re) {
+                band_row(b, Band::upper, r, [&](const BandCentre &k) { visit(Band::upper, k); });
+            } else {
+                if (interior) {
+                    const int64_t j = interior_row(b, r, r == b.rs, scratch.get(), row);
+                    if (j >= 0 && !interior_replaced) {
+                        interior_replaced = true;
+                        const int32_t x = static_cast<int32_t>(b.xs + j / channels);
+                        const int c = static_cast<int>(j % channels);
+                        row[int64_t(x) * channels + c] = settled(x, r, c);
+                    }
+                }
+                band_row(b, Band::left, r, [&](const BandCentre &k) { visit(Band::left, k); });
+                band_row(b, Band::right, r, [&](const BandCentre &k) { visit(Band::right, k); });
+            }
+            if (int64_t(r) - (ring_rows - 1) >= b.rA)
+                write_back(int64_t(r) - (ring_rows - 1));
+        }
+        for (int64_t r = std::max<int64_t>(b.rA, int64_t(b.rB) - (ring_rows - 2)); r <= b.rB; ++r)
+            write_back(r);
+        if (!interior_replaced)
+            for (const FirstOfBand &f : firsts)
+                if (f.met) {
+                    src_.pixel(static_cast<int32_t>(f.x), static_cast<int32_t>(f.r))[f.c] = f.value;
+                    break;
+                }
+        return true;
     }
 
 private:
+    // Interior: full windows. Only an image narrower or lower than the window (1 pixel across
+    // with n >= 1) gets interior bounds whose windows leave it, through the clamping of xs, xe
+    // (rs, re) onto the same column (row); such an interior is not examined, so nothing is read
+    // outside the image.
+    bool interior_examined(const MedianBounds &b) const
+    {
+        const int32_t n = n_;
+        return int64_t(b.xs) - n >= 0 && int64_t(b.xe) + n <= src_.width - 1 && int64_t(b.rs) - n >= 0 &&
+               int64_t(b.re) + n <= src_.height - 1 && b.rs <= b.re && b.xs <= b.xe;
+    }
+
     void interior_plain(const MedianBounds &b)
     {
         for (int32_t r = b.rs; r <= b.re; ++r)
@@ -251,12 +328,13 @@ private:
     }
 
     // The call's first replacement as the plain path makes it: gathered and fully sorted.
-    void settle(int32_t x, int32_t r, int c)
+    sample settled(int32_t x, int32_t r, int c)
     {
         rule_.gather(src_.pixel(x, r) + c, src_.pitch / std::ptrdiff_t(sizeof(sample)), n_, samples_);
         sort(full_);
-        out_.pixel(x, r)[c] = samples_[full_ / 2 - 1];
+        return samples_[full_ / 2 - 1];
     }
+    void settle(int32_t x, int32_t r, int c) { out_.pixel(x, r)[c] = settled(x, r, c); }
 
     // Scratch of one strip, in 32-bit words: the column sums of a row (one per sample of the
     // interior's columns widened by n on each side), then the window sums of the interior's
@@ -269,12 +347,26 @@ private:
     }
 
     // Interior rows r0..r1 with replacements written as later ones; returns the first replacement.
+    Hit interior_rows(const MedianBounds &b, int32_t r0, int32_t r1, uint32_t *scratch) const
+    {
+        Hit first;
+        for (int32_t r = r0; r <= r1; ++r) {
+            const int64_t j = interior_row(b, r, r == r0, scratch, out_.row(r));
+            if (j >= 0 && first.r < 0)
+                first = Hit{static_cast<int32_t>(b.xs + j / channels), r, static_cast<int>(j % channels)};
+        }
+        return first;
+    }
+
+    // One interior row, its replacements written into `out_row` (the row's samples from pixel 0)
+    // as later ones; returns the index from xs of its first replaced sample, or -1. `fresh`
+    // starts the column sums; otherwise they slide up from row r - 1.
     // A full window is the 2n + 1 column sums of rows r - n .. r + n less the centre; the half
     // window is the column sums of rows r + 1 .. r + n plus its own row's n samples to the right.
-    // Each row goes in passes over all its samples (column sums, window sums, decisions,
+    // The row goes in passes over all its samples (column sums, window sums, decisions,
     // writes), each pass the same operation on every sample, so that it runs across pixels in
     // vector registers; the decision is the rule's own test, on the same values.
-    Hit interior_rows(const MedianBounds &b, int32_t r0, int32_t r1, uint32_t *scratch) const
+    int64_t interior_row(const MedianBounds &b, int32_t r, bool fresh, uint32_t *scratch, sample *out_row) const
     {
         constexpr bool half = Interior::half_window;
         const int32_t n = n_;
@@ -285,59 +377,50 @@ private:
         uint32_t *colsum = scratch;
         int32_t *total = reinterpret_cast<int32_t *>(scratch + run);
         uint8_t *replaced = reinterpret_cast<uint8_t *>(scratch + run + m);
-        Hit first;
-        for (int32_t r = r0; r <= r1; ++r) {
-            if (r == r0) {
+        if (fresh) {
+            for (int64_t k = 0; k < run; ++k)
+                colsum[k] = 0;
+            for (int32_t dy = lo; dy <= n; ++dy) {
+                const sample *row = src_.pixel(base, r + dy);
                 for (int64_t k = 0; k < run; ++k)
-                    colsum[k] = 0;
-                for (int32_t dy = lo; dy <= n; ++dy) {
-                    const sample *row = src_.pixel(base, r + dy);
-                    for (int64_t k = 0; k < run; ++k)
-                        colsum[k] += row[k];
-                }
-            } else {
-                const sample *enters = src_.pixel(base, r + n);
-                const sample *leaves = src_.pixel(base, r - 1 + lo);
-                for (int64_t k = 0; k < run; ++k)
-                    colsum[k] = colsum[k] + enters[k] - leaves[k];
+                    colsum[k] += row[k];
             }
-            // Window sums (below 2^24, so exact in an int and in a float).
-            for (int64_t j = 0; j < m; ++j)
-                total[j] = static_cast<int32_t>(colsum[j]);
-            for (int32_t k = 1; k <= 2 * n; ++k) {
-                const uint32_t *col = colsum + int64_t(k) * channels;
-                for (int64_t j = 0; j < m; ++j)
-                    total[j] += static_cast<int32_t>(col[j]);
-            }
-            const sample *in = src_.pixel(b.xs, r);
-            if (half) {
-                for (int32_t dx = 1; dx <= n; ++dx) {
-                    const sample *right = in + int64_t(dx) * channels;
-                    for (int64_t j = 0; j < m; ++j)
-                        total[j] += right[j];
-                }
-            } else {
-                for (int64_t j = 0; j < m; ++j)
-                    total[j] -= in[j]; // the centre is no neighbour
-            }
-            sample *out = out_.pixel(b.xs, r);
-            for (int64_t j = 0; j < m; ++j)
-                replaced[j] = rule_.replaces(out[j], static_cast<float>(total[j])) ? 1 : 0;
-            // Later replacements: the left neighbour, or the half window's far corner (n, n).
-            const sample *pick = half ? src_.pixel(b.xs + n, r + n) : in - channels;
-            for (int64_t j = 0; j < m; ++j) {
-                const sample take = static_cast<sample>(0u - replaced[j]); // all ones where replaced
-                out[j] = static_cast<sample>((pick[j] & take) | (out[j] & ~take));
-            }
-            if (first.r < 0) {
-                const void *hit = std::memchr(replaced, 1, static_cast<std::size_t>(m));
-                if (hit != nullptr) {
-                    const int64_t j = static_cast<const uint8_t *>(hit) - replaced;
-                    first = Hit{static_cast<int32_t>(b.xs + j / channels), r, static_cast<int>(j % channels)};
-                }
-            }
+        } else {
+            const sample *enters = src_.pixel(base, r + n);
+            const sample *leaves = src_.pixel(base, r - 1 + lo);
+            for (int64_t k = 0; k < run; ++k)
+                colsum[k] = colsum[k] + enters[k] - leaves[k];
         }
-        return first;
+        // Window sums (below 2^24, so exact in an int and in a float).
+        for (int64_t j = 0; j < m; ++j)
+            total[j] = static_cast<int32_t>(colsum[j]);
+        for (int32_t k = 1; k <= 2 * n; ++k) {
+            const uint32_t *col = colsum + int64_t(k) * channels;
+            for (int64_t j = 0; j < m; ++j)
+                total[j] += static_cast<int32_t>(col[j]);
+        }
+        const sample *in = src_.pixel(b.xs, r);
+        if (half) {
+            for (int32_t dx = 1; dx <= n; ++dx) {
+                const sample *right = in + int64_t(dx) * channels;
+                for (int64_t j = 0; j < m; ++j)
+                    total[j] += right[j];
+            }
+        } else {
+            for (int64_t j = 0; j < m; ++j)
+                total[j] -= in[j]; // the centre is no neighbour
+        }
+        sample *out = out_row + int64_t(b.xs) * channels;
+        for (int64_t j = 0; j < m; ++j)
+            replaced[j] = rule_.replaces(out[j], static_cast<float>(total[j])) ? 1 : 0;
+        // Later replacements: the left neighbour, or the half window's far corner (n, n).
+        const sample *pick = half ? src_.pixel(b.xs + n, r + n) : in - channels;
+        for (int64_t j = 0; j < m; ++j) {
+            const sample take = static_cast<sample>(0u - replaced[j]); // all ones where replaced
+            out[j] = static_cast<sample>((pick[j] & take) | (out[j] & ~take));
+        }
+        const void *hit = std::memchr(replaced, 1, static_cast<std::size_t>(m));
+        return hit == nullptr ? -1 : static_cast<const uint8_t *>(hit) - replaced;
     }
 
     // The sort with the call's one flag.
@@ -358,42 +441,129 @@ private:
         }
     }
 
-    // A band centre with the window rows dy_lo..dy_hi and columns dx_lo..dx_hi around it.
-    // Where those rules reach past the image (a centre counted from xs beyond the last column,
-    // a row limit beyond the last row, a window wider than a small image), only the samples
-    // inside the image are gathered and counted, and a centre outside the image is not
-    // examined: nothing is ever read or written outside the image's pixels.
-    void band(int64_t x, int64_t r, int c, int64_t dy_lo, int64_t dy_hi, int64_t dx_lo,
-              int64_t dx_hi)
-    {
-        if (x < 0 || x >= src_.width || r < 0 || r >= src_.height)
-            return;
-        dy_lo = std::max<int64_t>(dy_lo, -r);
-        dy_hi = std::min<int64_t>(dy_hi, int64_t(src_.height) - 1 - r);
-        dx_lo = std::max<int64_t>(dx_lo, -x);
-        dx_hi = std::min<int64_t>(dx_hi, int64_t(src_.width) - 1 - x);
+    // ---- bands ----------------------------------------------------------------------------
 
-        float sum = 0.0f;
+    enum Band { lower = 0, upper = 1, left = 2, right = 3 };
+
+    // A band centre and the window rows dy_lo..dy_hi and columns dx_lo..dx_hi around it.
+    struct BandCentre {
+        int64_t x, r;
+        int c;
+        int64_t dy_lo, dy_hi, dx_lo, dx_hi;
+    };
+
+    // The centres of one band on buffer row r, in walking order, with their windows.
+    //  * lower band (rows rA .. rs - 1): the window's rows cut at the rectangle's lowest row;
+    //  * upper band (rows re + 1 .. rB): cut at its highest row;
+    //  * left band (rows rs .. re): xs - x0 centres a row, deliberately counted from the
+    //    interior's first column xs and not from x0 (so the left edge itself is never
+    //    reached), the window cut at the rectangle's left column (which only bites when xs was
+    //    clamped to the image);
+    //  * right band (rows rs .. re): x1 - xe centres a row, again counted from xs, and a window
+    //    whose right limit is taken from the row position (rB - r), not from the column.
+    // These rules are part of the filter's definition, so its bands give the same bytes on
+    // every device.
+    template <class Visit>
+    void band_row(const MedianBounds &b, Band which, int32_t r, Visit &&visit) const
+    {
+        const int64_t n = n_;
+        switch (which) {
+        case Band::lower:
+        case Band::upper:
+            for (int64_t x = b.xs; x <= b.xe; ++x)
+                for (int c = 0; c < channels; ++c)
+                    visit(which == Band::lower
+                              ? BandCentre{x, r, c, std::max<int64_t>(-n, int64_t(b.rA) - r), n, -n, n}
+                              : BandCentre{x, r, c, -n, std::min<int64_t>(n, int64_t(b.rB) - r), -n, n});
+            break;
+        case Band::left:
+            for (int64_t x = b.xs; x < int64_t(b.xs) + (int64_t(b.xs) - b.x0); ++x)
+                for (int c = 0; c < channels; ++c)
+                    visit(BandCentre{x, r, c, -n, n, std::max<int64_t>(-n, int64_t(b.x0) - x), n});
+            break;
+        case Band::right:
+            for (int64_t x = b.xs; x < int64_t(b.xs) + (int64_t(b.x1) - b.xe); ++x)
+                for (int c = 0; c < channels; ++c)
+                    visit(BandCentre{x, r, c, -n, n, -n, std::min<int64_t>(n, int64_t(b.rB) - r)});
+            break;
+        }
+    }
+
+    // Gathers a band centre's window into `into` (gathering order) and returns how many samples
+    // it holds, with their single-precision sum. Where the band rules reach past the image (a
+    // centre counted from xs beyond the last column, a row limit beyond the last row, a window
+    // wider than a small image), only the samples inside the image are gathered, and a centre
+    // outside the image gathers nothing and is not examined: nothing is ever read or written
+    // outside the image's pixels.
+    int64_t band_gather(const BandCentre &k, sample *into, float &sum) const
+    {
+        sum = 0.0f;
+        if (k.x < 0 || k.x >= src_.width || k.r < 0 || k.r >= src_.height)
+            return 0;
+        const int64_t dy_lo = std::max<int64_t>(k.dy_lo, -k.r);
+        const int64_t dy_hi = std::min<int64_t>(k.dy_hi, int64_t(src_.height) - 1 - k.r);
+        const int64_t dx_lo = std::max<int64_t>(k.dx_lo, -k.x);
+        const int64_t dx_hi = std::min<int64_t>(k.dx_hi, int64_t(src_.width) - 1 - k.x);
         int64_t count = 0;
         for (int64_t dy = dy_lo; dy <= dy_hi; ++dy) {
-            const sample *row = src_.row(static_cast<int32_t>(r + dy)) + c;
+            const sample *row = src_.row(static_cast<int32_t>(k.r + dy)) + k.c;
             for (int64_t dx = dx_lo; dx <= dx_hi; ++dx) {
                 if (dy == 0 && dx == 0)
                     continue;
-                const sample v = row[(x + dx) * channels];
-                samples_[count++] = v;
+                const sample v = row[(k.x + dx) * channels];
+                into[count++] = v;
                 sum += static_cast<float>(v);
             }
         }
+        return count;
+    }
+
+    // A band centre on the plain walk: gathered into the call's samples, sorted while the
+    // call's flag is set.
+    void band(const BandCentre &k)
+    {
+        float sum;
+        const int64_t count = band_gather(k, samples_, sum);
         if (count == 0)
             return;
-
-        sample *centre_out = out_.pixel(static_cast<int32_t>(x), static_cast<int32_t>(r)) + c;
+        sample *centre_out = out_.pixel(static_cast<int32_t>(k.x), static_cast<int32_t>(k.r)) + k.c;
         if (band_replaces(*centre_out, sum, count, tolerance_)) {
             sort(count);
             *centre_out = samples_[band_pick(count)];
         }
     }
+
+    // A band centre on the streamed walk, tested against `centre`: whether it is replaced, the
+    // value it takes as a later replacement (gathering order) and, when asked, as the call's
+    // first (its samples fully sorted, which is what a sort with the flag set leaves).
+    struct BandPick {
+        bool replaced = false;
+        sample later = 0, first = 0;
+    };
+    BandPick band_pick_streamed(const BandCentre &k, sample centre, sample *gathered, bool as_first) const
+    {
+        BandPick p;
+        float sum;
+        const int64_t count = band_gather(k, gathered, sum);
+        if (count == 0 || !band_replaces(centre, sum, count, tolerance_))
+            return p;
+        p.replaced = true;
+        p.later = gathered[band_pick(count)];
+        if (as_first) {
+            std::sort(gathered, gathered + count);
+            p.first = gathered[band_pick(count)];
+        }
+        return p;
+    }
+
+    // A band's first replacement on the streamed walk, with the value it keeps if it turns out
+    // to be the call's first.
+    struct FirstOfBand {
+        bool met = false;
+        int64_t x = 0, r = 0;
+        int c = 0;
+        sample value = 0;
+    };
 
     View<Px> src_;
     View<Px> out_;
@@ -442,14 +612,27 @@ bool median_simple(long width, long height, void *bits, void *out, const CRect &
     return true;
 }
 
-// FiltreMedian (buffer form) for one depth. The temporary output starts as a copy of the
-// image, so pixels that are not replaced keep their value and the result is exactly that of
-// FiltreMedianSimple with `out` holding the image; it is then copied whole over the image.
+// FiltreMedian (buffer form) for one depth. The temporary output starts as a copy of the image,
+// so pixels that are not replaced keep their value and the result is exactly that of
+// FiltreMedianSimple with `out` holding the image; it is then copied whole over the image. The
+// streamed walk gives those bytes without the temporary.
 template <class Px, class Interior>
 bool median_in_place(long width, long height, void *bits, const CRect &rc, double tolerance,
                      unsigned short radius)
 {
     const View<Px> v = view<Px>(width, height, static_cast<unsigned char *>(bits));
+    // On one thread the fast path walks the image in place through a ring of result rows.
+    if (fast_paths_enabled() && platform::thread_count() <= 1 && v.width >= 1 && v.height >= 1) {
+        using sample = typename Px::sample;
+        const int64_t capacity = median_sample_capacity<Px>(v.width, v.height, radius);
+        std::unique_ptr<sample[]> samples(try_new_array<sample>(static_cast<std::size_t>(capacity)));
+        if (samples != nullptr) {
+            std::fill(samples.get(), samples.get() + capacity, sample(0));
+            MedianPass<Px, Interior> pass(v, v, samples.get(), radius, tolerance);
+            if (pass.run_in_place_streamed(rc))
+                return true;
+        }
+    }
     const int64_t bytes = v.height > 0 ? int64_t(v.pitch) * v.height : 0;
     if (bytes < 0 || static_cast<uint64_t>(bytes) > SIZE_MAX)
         return false;
