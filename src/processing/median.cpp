@@ -50,12 +50,10 @@ struct InteriorReciprocalDouble {
     {
         return gather_full_window(centre, pitch, 1, n, out);
     }
-    bool replaces(uint32_t centre, float sum) const
-    {
-        const double mean = static_cast<double>(sum) * inverse;
-        const double c = centre;
-        return (c >= mean * (1.0 + tolerance)) | (c <= mean * (1.0 - tolerance));
-    }
+    double mean(float sum) const { return static_cast<double>(sum) * inverse; }
+    bool above(uint32_t centre, float sum) const { return double(centre) >= mean(sum) * (1.0 + tolerance); }
+    bool below(uint32_t centre, float sum) const { return double(centre) <= mean(sum) * (1.0 - tolerance); }
+    bool replaces(uint32_t centre, float sum) const { return above(centre, sum) | below(centre, sum); }
 };
 
 // 16-bit interior: single precision throughout (a deliberate difference from the 8-bit class,
@@ -111,12 +109,10 @@ struct InteriorHalfWindowQuotient {
             }
         return sum;
     }
-    bool replaces(uint32_t centre, float sum) const
-    {
-        const double mean = static_cast<double>(sum) / full;
-        const double c = centre;
-        return (c >= mean * (1.0 + tolerance)) | (c <= mean * (1.0 - tolerance));
-    }
+    double mean(float sum) const { return static_cast<double>(sum) / full; }
+    bool above(uint32_t centre, float sum) const { return double(centre) >= mean(sum) * (1.0 + tolerance); }
+    bool below(uint32_t centre, float sum) const { return double(centre) <= mean(sum) * (1.0 - tolerance); }
+    bool replaces(uint32_t centre, float sum) const { return above(centre, sum) | below(centre, sum); }
 };
 
 // The plain bubble sort with its own flag: the filter does not call it (it keeps its flag for

@@ -26,6 +26,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "core/clamp.h"
@@ -115,6 +116,8 @@ inline int64_t band_pick(int64_t count) { return (count & 1) ? count / 2 : count
 //   rule.gather(const sample *centre, ptrdiff_t pitch_in_samples, int32_t n, sample *out)
 //       -> float sum (writes the gathered samples at the front of out, in gathering order);
 //   rule.replaces(uint32_t centre, float sum) -> bool;
+//   for 8-bit samples also rule.above(centre, sum) and rule.below(centre, sum), the two halves
+//   of that test (replaces = above | below), each monotonic in the centre;
 //   Rule::half_window: true when gather takes only the neighbours at a positive byte offset
 //   (the rows above the centre and the right half of its row).
 template <class Px, class Interior>
@@ -181,6 +184,8 @@ public:
             interior ? try_new_array<uint32_t>(static_cast<std::size_t>(scratch_words(b))) : nullptr);
         if (ring == nullptr || gathered == nullptr || (interior && scratch == nullptr))
             return false;
+        if (interior)
+            build_thresholds();
 
         auto ring_row = [&](int64_t r) { return ring.get() + ((r - b.rA) % ring_rows) * row_samples; };
         auto write_back = [&](int64_t r) {
@@ -307,6 +312,7 @@ private:
             return false;
         if (full_ == 0) // no neighbour: the mean is 0/0 and nothing is replaced
             return true;
+        build_thresholds();
         const unsigned count = in_place ? 1u : strip_count(b.rs, b.re);
         const int64_t scratch = scratch_words(b);
         uint32_t *words = try_new_array<uint32_t>(static_cast<std::size_t>(scratch * count));
@@ -335,6 +341,46 @@ private:
         return samples_[full_ / 2 - 1];
     }
     void settle(int32_t x, int32_t r, int c) { out_.pixel(x, r)[c] = settled(x, r, c); }
+
+    // For 8-bit samples the test depends only on the centre and the window sum, and each of
+    // its halves is monotonic in the centre: for every possible sum the table holds the
+    // smallest centre the upper half replaces (256: none) and the largest the lower half
+    // replaces (-1: none), found with the rule's own tests. The interior then compares
+    // integers. Left empty for 16-bit samples and for sums too large to tabulate.
+    void build_thresholds()
+    {
+        if constexpr (sizeof(sample) == 1) {
+            const int64_t most = (Interior::half_window ? full_ / 2 : full_) * 255;
+            if (!thresholds_.empty() || full_ == 0 || most > 65535)
+                return;
+            try {
+                thresholds_.resize(static_cast<std::size_t>(2 * (most + 1)));
+            } catch (const std::bad_alloc &) {
+                return; // the rule's own test then decides
+            }
+            for (int64_t sum = 0; sum <= most; ++sum) {
+                const float f = static_cast<float>(sum);
+                int32_t lo = 0, hi = 256; // smallest centre in [lo, hi) for which `above` holds
+                while (lo < hi) {
+                    const int32_t mid = (lo + hi) / 2;
+                    if (rule_.above(static_cast<uint32_t>(mid), f))
+                        hi = mid;
+                    else
+                        lo = mid + 1;
+                }
+                thresholds_[static_cast<std::size_t>(2 * sum)] = static_cast<int16_t>(lo);
+                lo = -1, hi = 255; // largest centre in (lo, hi] for which `below` holds, or lo
+                while (lo < hi) {
+                    const int32_t mid = (lo + hi + 1) / 2;
+                    if (rule_.below(static_cast<uint32_t>(mid), f))
+                        lo = mid;
+                    else
+                        hi = mid - 1;
+                }
+                thresholds_[static_cast<std::size_t>(2 * sum + 1)] = static_cast<int16_t>(lo);
+            }
+        }
+    }
 
     // Scratch of one strip, in 32-bit words: the column sums of a row (one per sample of the
     // interior's columns widened by n on each side), then the window sums of the interior's
@@ -411,8 +457,16 @@ private:
                 total[j] -= in[j]; // the centre is no neighbour
         }
         sample *out = out_row + int64_t(b.xs) * channels;
-        for (int64_t j = 0; j < m; ++j)
-            replaced[j] = rule_.replaces(out[j], static_cast<float>(total[j])) ? 1 : 0;
+        if (!thresholds_.empty()) {
+            const int16_t *t = thresholds_.data();
+            for (int64_t j = 0; j < m; ++j) {
+                const int32_t c = out[j], s2 = 2 * total[j];
+                replaced[j] = static_cast<uint8_t>((c >= t[s2]) | (c <= t[s2 + 1]));
+            }
+        } else {
+            for (int64_t j = 0; j < m; ++j)
+                replaced[j] = rule_.replaces(out[j], static_cast<float>(total[j])) ? 1 : 0;
+        }
         // Later replacements: the left neighbour, or the half window's far corner (n, n).
         const sample *pick = half ? src_.pixel(b.xs + n, r + n) : in - channels;
         for (int64_t j = 0; j < m; ++j) {
@@ -573,6 +627,7 @@ private:
     int64_t full_;
     Interior rule_;
     bool swapped_ = true; // set once per call, never again
+    std::vector<int16_t> thresholds_; // see build_thresholds
 };
 
 // Size of the sample array: N values, but never more than the image holds. Only a window
