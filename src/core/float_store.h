@@ -42,8 +42,9 @@ inline Sample store_sample(float f)
     return static_cast<Sample>(truncate_to_bits(f));
 }
 
-// A value already clipped into [0, 65535], or NaN: the same store as store_sample (NaN gives
-// 0), through a 32-bit truncation that runs across pixels in vector registers.
+// A value known to lie in [0, 2^31) (clipped into the sample range, or a blend of samples), or
+// NaN: the same store as store_sample (NaN gives 0), through a 32-bit truncation that runs
+// across pixels in vector registers.
 template <class Sample>
 inline Sample store_clipped_sample(float f)
 {

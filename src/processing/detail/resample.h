@@ -272,14 +272,17 @@ bool resample_bilinear_fast(View<Px> src, View<Px> dst, float sx, float sy)
         return false;
     for (int32_t i = 0; i < W2; ++i)
         taps[i] = bilinear_tap(i, sx, W);
+    const int64_t samples_out = int64_t(W2) * C;
     const unsigned count = strip_count(0, dst.height - 1);
-    std::vector<RowStore> blends(count);
-    for (RowStore &b : blends)
-        if (!b.allocate(1, int64_t(W) * C))
+    std::vector<RowStore> blends(count), values(count);
+    for (unsigned n = 0; n < count; ++n)
+        if (!blends[n].allocate(1, int64_t(W) * C) || !values[n].allocate(1, samples_out))
             return false;
+    const BilinearTap *tap = taps.get();
     run_strips(count, [&](unsigned n) {
         const RowStrip rows = strip_of(0, dst.height - 1, count, n);
         float *b = blends[n].row(0);
+        float *v = values[n].row(0);
         for (int64_t j = rows.first; j <= rows.last; ++j) {
             const BilinearTap ty = bilinear_tap(static_cast<int32_t>(j), sy, src.height);
             const sample *row0 = src.row(ty.i0);
@@ -287,14 +290,17 @@ bool resample_bilinear_fast(View<Px> src, View<Px> dst, float sx, float sy)
             const float fy = ty.f, gy = 1.0f - ty.f;
             for (int64_t f = 0; f < int64_t(W) * C; ++f)
                 b[f] = static_cast<float>(row1[f]) * fy + static_cast<float>(row0[f]) * gy;
-            sample *out = dst.row(static_cast<int32_t>(j));
             for (int32_t i = 0; i < W2; ++i) {
-                const BilinearTap &tx = taps[i];
+                const BilinearTap tx = tap[i];
                 const float gx = 1.0f - tx.f;
                 for (int c = 0; c < C; ++c)
-                    out[int64_t(i) * C + c] = store_sample<sample>(b[int64_t(tx.i0) * C + c] * gx +
-                                                                   b[int64_t(tx.i1) * C + c] * tx.f);
+                    v[int64_t(i) * C + c] = b[int64_t(tx.i0) * C + c] * gx + b[int64_t(tx.i1) * C + c] * tx.f;
             }
+            // A blend of samples lies in the sample range (up to a rounding), so its store
+            // needs no range check; the stores come apart so that they run across pixels.
+            sample *out = dst.row(static_cast<int32_t>(j));
+            for (int64_t f = 0; f < samples_out; ++f)
+                out[f] = store_clipped_sample<sample>(v[f]);
         }
     });
     return true;
