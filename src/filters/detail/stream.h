@@ -127,6 +127,29 @@ void down_row(const RowRing & ring, float * out, const FilterAxis & ax, const Fi
     }
 }
 
+// The interior samples f0..f1 of a full kernel of radius N (3 x 3 for N = 1) known when
+// compiling: each sample's sum kept in a register through all its taps, in the same order
+// (kernel rows, then columns, from 0), so that the loop over the samples runs across pixels.
+template <int C, int N>
+void full_interior(const RowRing & ring, float * __restrict o, int64_t y, int64_t f0, int64_t f1, const float * K,
+                   float offset, float factor)
+{
+    constexpr int kw = 2 * N + 1;
+    const float * s[kw];
+    float k[kw * kw];
+    for (int j = 0; j < kw; ++j)
+        s[j] = ring.row(y - N + j);
+    for (int t = 0; t < kw * kw; ++t)
+        k[t] = K[t];
+    for (int64_t f = f0; f < f1; ++f) {
+        float v = 0.0f;
+        for (int j = 0; j < kw; ++j)
+            for (int i = 0; i < kw; ++i)
+                v = v + k[j * kw + i] * s[j][f + (i - N) * C];
+        o[f] = rescale(v, factor, offset);
+    }
+}
+
 // Full kernel, output row y, columns L..R, from the ring of input rows.
 template <int C>
 void full_row(const RowRing & ring, float * out, const FilterAxis & ax, const FilterAxis & ay, int64_t y,
@@ -150,6 +173,12 @@ void full_row(const RowRing & ring, float * out, const FilterAxis & ax, const Fi
     for (int64_t x = ax.lo; x < ax.inner_lo; ++x)
         pixel(x);
     const int64_t f0 = ax.inner_lo * C, f1 = ax.inner_hi * C + C;
+    if (ax.n == 1 && ay.n == 1) {
+        full_interior<C, 1>(ring, out, y, f0, f1, K, offset, factor);
+        for (int64_t x = ax.inner_hi + 1; x <= ax.hi; ++x)
+            pixel(x);
+        return;
+    }
     float * __restrict o = out;
     for (int64_t f = f0; f < f1; ++f)
         o[f] = 0.0f;
