@@ -49,8 +49,8 @@ public:
     bool ReglageLuminositeContrasteGamma(float luminosite, float contraste, float gamma,
                                          CDibRoot *image);
 
-    // Pseudo-relief. The relief kernel is a placeholder in this version: both forms always
-    // return false and never touch the target.
+    // Pseudo-relief. The relief kernel is a placeholder: both forms always return false and
+    // never touch the target.
     bool Pseudo3D(tagBITMAPINFO *sourceHeader, void *sourceBits, tagBITMAPINFO *targetHeader,
                   void *targetBits);
     bool Pseudo3D(CDibRoot *source, CDibRoot *target);

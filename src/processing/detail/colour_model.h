@@ -1,9 +1,9 @@
 // Per-pixel formulas of the 24-bit colour operations: the RGB/HSL model in double precision
 // and the fixed-point saturation of one pixel.
 //
-// Everything here must give the same bytes as the embedded library these images come from,
-// so the order of operations, the constants (multiplications by 1/255 and 1/6 written out as
-// decimal constants, not divisions) and the truncation points are deliberate. In particular a
+// Everything here gives the same bytes on every device and with every compiler, so the order
+// of operations, the constants (multiplications by 1/255 and 1/6 written out as decimal
+// constants, not divisions) and the truncation points are fixed and deliberate. In particular a
 // grey level sent through the model and back comes out one lower for 24 of the 256 levels,
 // because the final store truncates instead of rounding.
 #ifndef KEVRA_PROCESSING_DETAIL_COLOUR_MODEL_H
