@@ -5,16 +5,24 @@
 //    red/green/blue levels, brightness/contrast/gamma.
 // The trace file is left alone (no "./Sequenceur.txt" is made here). Each
 // iteration starts from a fresh copy of the picture (the copy is not timed).
+// BM_DentalChain16VersusSteps times the dental chain both through the sequencer
+// and as the same operations called one by one, checks that both give the same
+// bytes, and reports the ratio (the sequencer should cost at most 1.1 times the
+// steps alone).
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <random>
 
 #include "kevra/dib.h"
+#include "kevra/lut.h"
 #include "kevra/sequenceur.h"
+#include "kevra/traitement.h"
 
 using kevra::CDibRoot;
+using kevra::CRect;
 using kevra::CSequenceur;
 using kevra::CSize;
 
@@ -124,11 +132,58 @@ void run(benchmark::State &state, unsigned short bpp, void (*chain)(CSequenceur 
 }
 
 void BM_DentalChain16(benchmark::State &state) { run(state, 16, dental_chain); }
+
+// The dental chain's operations called one by one, as the sequencer runs them: the look-up
+// table is applied after the other steps.
+void dental_steps(CDibRoot &image)
+{
+    kevra::CTraitementImg_16_Bpp proc;
+    CRect rc = image.BoundingRectangle();
+    const long w = image.Width(), h = image.Height();
+    void *bits = image.GetBits();
+    proc.FiltreMedian(w, h, bits, rc, 0.2, 3);
+    proc.UnsharpMasking(w, h, bits, rc, 3.0f, 1.0f, 0.5f, 200.0f, 200.0f);
+    proc.EgalisationHistogramme(0.01f, 0.99f, w, h, bits, rc);
+    kevra::CLUT_16_Bpp lut;
+    lut.SetLuminositeConstrateGamma(0.02f, 1.2f, 0.9f);
+    lut.FiltrerBuffer(w, h, bits, rc);
+    image.ReleaseBits();
+}
+
+void BM_DentalChain16VersusSteps(benchmark::State &state)
+{
+    using clock = std::chrono::steady_clock;
+    CSequenceur seq;
+    dental_chain(seq);
+    CDibRoot &source = const_cast<CDibRoot &>(picture(16));
+    double chain_s = 0.0, steps_s = 0.0;
+    for (auto _ : state) {
+        CDibRoot chained(&source, true, false, false), stepped(&source, true, false, false);
+        const auto t0 = clock::now();
+        const bool ok = seq.Filtrer(&chained);
+        const auto t1 = clock::now();
+        dental_steps(stepped);
+        const auto t2 = clock::now();
+        chain_s += std::chrono::duration<double>(t1 - t0).count();
+        steps_s += std::chrono::duration<double>(t2 - t1).count();
+        state.SetIterationTime(std::chrono::duration<double>(t1 - t0).count());
+        const std::size_t bytes = static_cast<std::size_t>(chained.Pitch()) * kSize;
+        if (!ok || std::memcmp(chained.GetBits(), stepped.GetBits(), bytes) != 0) {
+            state.SkipWithError("the chain and its steps differ");
+            break;
+        }
+    }
+    const double n = static_cast<double>(state.iterations());
+    state.counters["chain_ms"] = chain_s / n * 1e3;
+    state.counters["steps_ms"] = steps_s / n * 1e3;
+    state.counters["chain_over_steps"] = steps_s > 0.0 ? chain_s / steps_s : 0.0;
+}
 void BM_ColourChain24(benchmark::State &state) { run(state, 24, colour_chain); }
 
 } // namespace
 
 BENCHMARK(BM_DentalChain16)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DentalChain16VersusSteps)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ColourChain24)->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

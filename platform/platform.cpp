@@ -306,5 +306,13 @@ void * try_alloc(std::size_t bytes)
     return std::malloc(bytes == 0 ? 1 : bytes);
 }
 
+void * try_alloc_zeroed(std::size_t bytes)
+{
+    if (platform::allocation_should_fail(bytes))
+        return nullptr;
+    // Fresh pages from the system are zero already: calloc then skips the clearing pass.
+    return std::calloc(bytes == 0 ? 1 : bytes, 1);
+}
+
 } // namespace detail
 } // namespace kevra

@@ -93,6 +93,8 @@ namespace detail {
 // The one way the library allocates work buffers: null on failure, never throws.
 // try_alloc memory is released with std::free.
 void * try_alloc(std::size_t bytes);
+// The same, the block cleared to zero.
+void * try_alloc_zeroed(std::size_t bytes);
 
 // new[] without throwing; null on failure or when count * sizeof(T) overflows.
 // Release with delete[].

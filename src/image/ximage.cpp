@@ -150,13 +150,12 @@ bool CxImage::create(int64_t width, int64_t height, uint32_t bit_count, uint32_t
     h.biClrImportant = 0;
     m_type = image_type;
 
-    m_dib = static_cast<uint8_t *>(detail::try_alloc(block_size()));
-    if (m_dib == nullptr)
-        return false;
     // The whole block starts cleared: the ramp leaves the palette's reserved
     // bytes alone and the rows are not written here, and files must never
     // carry indeterminate bytes. No operation may rely on the cleared rows.
-    std::memset(m_dib, 0, block_size());
+    m_dib = static_cast<uint8_t *>(detail::try_alloc_zeroed(block_size()));
+    if (m_dib == nullptr)
+        return false;
 
     if (bpp == 8 || bpp == 16)
         set_grey_palette();
@@ -279,6 +278,27 @@ void CxImage::set_zone(CRect r)
     const int32_t t = r.top < r.bottom ? r.top : r.bottom;
     const int32_t b = r.top < r.bottom ? r.bottom : r.top;
     m_zone = CRect(clamp(l, w), clamp(t, h), clamp(rr, w), clamp(b, h));
+}
+
+bool CxImage::exchange_rows(CxImage & other)
+{
+    if (this == &other || m_dib == nullptr || other.m_dib == nullptr || m_borrowed != nullptr ||
+        other.m_borrowed != nullptr || block_size() != other.block_size() ||
+        m_bits - m_dib != other.m_bits - other.m_dib)
+        return false;
+    // Header and palette: everything before the rows.
+    uint8_t mine[kInfoHeaderSize + 256 * 4];
+    const std::size_t head = static_cast<std::size_t>(m_bits - m_dib);
+    if (head > sizeof mine)
+        return false;
+    std::memcpy(mine, m_dib, head);
+    std::memcpy(m_dib, other.m_dib, head);
+    std::memcpy(other.m_dib, mine, head);
+    std::swap(m_dib, other.m_dib);
+    std::swap(m_bits, other.m_bits);
+    release_grey_view();
+    other.release_grey_view();
+    return true;
 }
 
 bool CxImage::build_grey_view()

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "kevra/dib.h"
 #include "kevra/types.h"
 
 namespace kevra {
@@ -58,6 +59,13 @@ public:
     // Copies the bookkeeping fields (image type, last error, background,
     // resolutions, working zone) from another store.
     void copy_bookkeeping(const CxImage & from);
+
+    // Trades pixel rows with a store of the same layout (same block size and
+    // rows at the same offset, both blocks owned): the blocks change hands,
+    // each store's header and palette are copied into the block it receives,
+    // and both grey views are dropped. Cheaper than copying the rows; false
+    // (nothing done) when the layouts differ.
+    bool exchange_rows(CxImage & other);
 
     // ---- geometry ----------------------------------------------------------
     bool has_block() const { return m_dib != nullptr; }
@@ -165,6 +173,12 @@ int32_t pels_to_dpi(int32_t pels);
 // Little-endian header fields in and out of 40 bytes.
 void put_header(uint8_t * dst, const tagBITMAPINFOHEADER & h);
 tagBITMAPINFOHEADER get_header(const uint8_t * src);
+
+// The store behind an image handle, for the library's own layers (the handle's accessor is
+// protected; a member pointer taken through a derived class reaches it).
+struct DibStoreAccess : CDibRoot {
+    static CxImage * of(CDibRoot & dib) { return (dib.*&DibStoreAccess::Donne_pCxImage)(); }
+};
 
 } // namespace detail
 } // namespace kevra

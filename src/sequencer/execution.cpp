@@ -8,6 +8,7 @@
 
 #include "core/float_store.h"
 #include "core/pixel.h"
+#include "image/ximage.h"
 #include "kevra/dib.h"
 #include "kevra/filtre.h"
 #include "kevra/lut.h"
@@ -41,10 +42,7 @@ std::size_t buffer_bytes(int bpp, long width, long height)
 uint8_t *alloc_buffer(int bpp, long width, long height)
 {
     const std::size_t bytes = buffer_bytes(bpp, width, height);
-    uint8_t *bits = bytes == 0 ? nullptr : static_cast<uint8_t *>(try_alloc(bytes));
-    if (bits != nullptr)
-        std::memset(bits, 0, bytes);
-    return bits;
+    return bytes == 0 ? nullptr : static_cast<uint8_t *>(try_alloc_zeroed(bytes));
 }
 
 // Runs a timed step: the clock is read before the step's own trace line and
@@ -152,6 +150,10 @@ bool rouge_vert_bleu(CLUT_24_Bpp &table, int32_t rouge, int32_t vert, int32_t bl
 
 // Has the sequencer's step list and its protected float-plane helpers.
 struct sequence_runner {
+    // FiltrerBuffer's run; see its definition for `rows_in_input`.
+    static bool run_buffer(CSequenceur &seq, long width, long height, void *pBitsIn, long widthOut, long heightOut,
+                           void *pBitsOut, CRect &rect, unsigned short bpp, bool *rows_in_input);
+
     // The working buffer and its current size; rect is the caller's.
     struct Work {
         int bpp;
@@ -159,12 +161,22 @@ struct sequence_runner {
         long height;
         uint8_t *bits;
         CRect &rect;
+        bool owned; // false while the run works in the caller's output buffer
     };
+
+    // Gives up the working buffer.
+    static void release(Work &work)
+    {
+        if (work.owned)
+            std::free(work.bits);
+        work.bits = nullptr;
+        work.owned = true;
+    }
 
     // Replaces the working buffer by a result of the new size.
     static void replace(Work &work, uint8_t *result, long width, long height)
     {
-        std::free(work.bits);
+        release(work);
         work.bits = result;
         work.width = width;
         work.height = height;
@@ -293,8 +305,7 @@ struct sequence_runner {
             result = processor.Pseudo3D(source, target);
         }
         delete source;
-        std::free(work.bits);
-        work.bits = nullptr;
+        release(work);
         if (result) {
             work.bits = alloc_buffer(work.bpp, work.width, work.height);
             if (work.bits != nullptr)
@@ -492,16 +503,22 @@ struct sequence_runner {
 
 } // namespace detail
 
-bool CSequenceur::FiltrerBuffer(long width, long height, void *pBitsIn, long widthOut,
-                                long heightOut, void *pBitsOut, CRect &rect, unsigned short bpp)
-{
-    using detail::trace_format;
-    using detail::trace_line;
+namespace detail {
 
+// The run of FiltrerBuffer. Given `rows_in_input` (Filtrer, whose input image is discarded after
+// the run), the input itself is the working buffer when the output has its size: no copy is
+// made, and a successful run that ends in it sets *rows_in_input instead of copying the result
+// to the output, which the caller then takes over as it is.
+bool sequence_runner::run_buffer(CSequenceur &seq, long width, long height, void *pBitsIn, long widthOut,
+                                 long heightOut, void *pBitsOut, CRect &rect, unsigned short bpp,
+                                 bool *rows_in_input)
+{
+    if (rows_in_input != nullptr)
+        *rows_in_input = false;
     trace_line(trace_format("### FiltrerBuffer : %d traitements demandés sur une image %d bits de "
                             "%d x %d pixels.\nZone traitée t=%d,b=%d - l=%d,r=%d\nImage de sortie "
                             "de %d x %d pixels.",
-                            static_cast<int>(m_NbTraitements), static_cast<int>(bpp),
+                            static_cast<int>(seq.m_NbTraitements), static_cast<int>(bpp),
                             static_cast<int>(width), static_cast<int>(height),
                             static_cast<int>(rect.top), static_cast<int>(rect.bottom),
                             static_cast<int>(rect.left), static_cast<int>(rect.right),
@@ -509,7 +526,7 @@ bool CSequenceur::FiltrerBuffer(long width, long height, void *pBitsIn, long wid
                false);
 
     bool result = false;
-    uint8_t *bits = nullptr;
+    Work work{bpp, width, height, nullptr, rect, true};
     // A zone one pixel wide or high is refused (strict < on both axes),
     // deliberately.
     const bool valid = width >= 1 && height >= 1 && pBitsIn != nullptr && widthOut >= 1
@@ -519,34 +536,50 @@ bool CSequenceur::FiltrerBuffer(long width, long height, void *pBitsIn, long wid
     if (!valid) {
         trace_line("FiltrerBuffer : Les parametres dimensionnels sont invalides!", true);
     } else {
-        m_bpp = static_cast<unsigned char>(bpp);
-        const std::size_t bytes = detail::buffer_bytes(bpp, width, height);
-        bits = bytes == 0 ? nullptr : static_cast<uint8_t *>(detail::try_alloc(bytes));
-        if (bits != nullptr) {
-            std::memcpy(bits, pBitsIn, bytes);
-            if (!IsEmpty() && OrderTraitements()) {
-                detail::sequence_runner::Work work{bpp, width, height, bits, rect};
+        seq.m_bpp = static_cast<unsigned char>(bpp);
+        const std::size_t bytes = buffer_bytes(bpp, width, height);
+        const bool in_input = rows_in_input != nullptr && widthOut == width && heightOut == height;
+        if (in_input) {
+            work.bits = static_cast<uint8_t *>(pBitsIn);
+            work.owned = false;
+        } else {
+            work.bits = bytes == 0 ? nullptr : static_cast<uint8_t *>(try_alloc(bytes));
+            if (work.bits != nullptr)
+                std::memcpy(work.bits, pBitsIn, bytes);
+        }
+        if (work.bits != nullptr) {
+            if (!seq.IsEmpty() && seq.OrderTraitements()) {
                 if (bpp == 8)
-                    result = detail::sequence_runner::run_chain<CTraitementImg_8_Bpp, CLUT_8_Bpp>(
-                        *this, work, widthOut, heightOut);
+                    result = run_chain<CTraitementImg_8_Bpp, CLUT_8_Bpp>(seq, work, widthOut,
+                                                                                          heightOut);
                 else if (bpp == 16)
-                    result = detail::sequence_runner::run_chain<CTraitementImg_16_Bpp, CLUT_16_Bpp>(
-                        *this, work, widthOut, heightOut);
+                    result = run_chain<CTraitementImg_16_Bpp, CLUT_16_Bpp>(seq, work, widthOut,
+                                                                                            heightOut);
                 else
-                    result = detail::sequence_runner::run_chain<CTraitementImg_24_Bpp, CLUT_24_Bpp>(
-                        *this, work, widthOut, heightOut);
-                bits = work.bits;
+                    result = run_chain<CTraitementImg_24_Bpp, CLUT_24_Bpp>(seq, work, widthOut,
+                                                                                            heightOut);
                 // Written only on success: a failed run leaves the output as it was.
-                if (result && pBitsOut != nullptr)
-                    std::memcpy(pBitsOut, bits, detail::buffer_bytes(bpp, widthOut, heightOut));
-                else if (pBitsOut == nullptr)
+                if (pBitsOut == nullptr)
                     result = false;
+                else if (result && work.bits == pBitsIn)
+                    *rows_in_input = true;
+                else if (result)
+                    std::memcpy(pBitsOut, work.bits, buffer_bytes(bpp, widthOut, heightOut));
             }
         }
     }
-    std::free(bits);
+    release(work);
     trace_line("### Fin de FiltrerBuffer\n", false);
     return result;
+}
+
+} // namespace detail
+
+bool CSequenceur::FiltrerBuffer(long width, long height, void *pBitsIn, long widthOut,
+                                long heightOut, void *pBitsOut, CRect &rect, unsigned short bpp)
+{
+    return detail::sequence_runner::run_buffer(*this, width, height, pBitsIn, widthOut, heightOut, pBitsOut,
+                                               rect, bpp, nullptr);
 }
 
 bool CSequenceur::Filtrer(CDibRoot *pDib)
@@ -570,8 +603,18 @@ bool CSequenceur::Filtrer(CDibRoot *pDib)
     }
 
     CRect rect = pDib->BoundingRectangle();
-    const bool result = FiltrerBuffer(pDib->Width(), pDib->Height(), pDib->GetBits(), widthOut,
-                                      heightOut, pNew->GetBits(), rect, bpp);
+    // The image's own rows may serve as the run's working buffer when no other handle shares its
+    // store: the store is discarded after the run anyway. A result left in them is then handed
+    // to the new image by trading blocks, without a copy.
+    CxImage *store = detail::DibStoreAccess::of(*pDib);
+    CxImage *fresh = detail::DibStoreAccess::of(*pNew);
+    const bool consumable = store != nullptr && fresh != nullptr && store->m_handles == 1;
+    bool rows_in_input = false;
+    const bool result = detail::sequence_runner::run_buffer(*this, pDib->Width(), pDib->Height(), pDib->GetBits(),
+                                                            widthOut, heightOut, pNew->GetBits(), rect, bpp,
+                                                            consumable ? &rows_in_input : nullptr);
+    if (result && rows_in_input && !fresh->exchange_rows(*store))
+        std::memcpy(pNew->GetBits(), pDib->GetBits(), detail::buffer_bytes(bpp, widthOut, heightOut));
     pDib->ReleaseBits();
     pNew->ReleaseBits();
 

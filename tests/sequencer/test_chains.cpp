@@ -316,6 +316,40 @@ TEST(SequencerChains, FiltrerSwapsTheResultInAndKeepsTheNewImageOnFailure)
     EXPECT_EQ(grey.image.Size(), CSize(4, 6));
 }
 
+// A run that keeps the size works in the image's own rows and hands them to the new image:
+// the result is FiltrerBuffer's, the palette is the new image's (the source's inverted one is
+// gone), a handle sharing the store keeps the pixels it had, and a failed run leaves the new
+// image's zeros.
+TEST(SequencerChains, FiltrerOfTheSameSizeMatchesTheBufferFormAndSparesSharers)
+{
+    TraceFile trace;
+    RandomImage grey(9, 7, 8, 141);
+    grey.image.SetDisplayPalette(kevra::e_Palette12);
+    kevra::tagRGBQUAD palette[256];
+    ASSERT_EQ(grey.image.GetCurrentDisplayPalette(palette, 256), 1);
+    ASSERT_EQ(palette[1].rgbBlue, 254); // inverted
+    const std::vector<uint8_t> before = pixels(grey.image);
+    CSequenceur seq;
+    ASSERT_TRUE(add_steps(seq, {{S::e_Negatif, params()}, {S::e_FiltreMedian, median(0.1, 3)}}));
+    std::vector<uint8_t> expected(before.size());
+    CRect rc = grey.image.BoundingRectangle();
+    ASSERT_TRUE(seq.FiltrerBuffer(9, 7, grey.image.GetBits(), 9, 7, expected.data(), rc, 8));
+    grey.image.ReleaseBits();
+
+    CDibRoot sharer(grey.image); // the same store
+    ASSERT_TRUE(seq.Filtrer(&grey.image));
+    EXPECT_EQ(pixels(grey.image), expected);
+    EXPECT_EQ(pixels(sharer), before);
+    ASSERT_EQ(grey.image.GetCurrentDisplayPalette(palette, 256), 1);
+    EXPECT_EQ(palette[1].rgbBlue, 1);
+    EXPECT_EQ(palette[254].rgbRed, 254);
+
+    CSequenceur failing; // pseudo-relief always fails
+    ASSERT_TRUE(add_steps(failing, {{S::e_Negatif, params()}, {S::e_Pseudo3D, params()}}));
+    EXPECT_FALSE(failing.Filtrer(&grey.image));
+    EXPECT_EQ(pixels(grey.image), std::vector<uint8_t>(before.size(), 0));
+}
+
 TEST(SequencerChains, AllocationFailuresFailTheRunCleanly)
 {
     TraceFile trace;
