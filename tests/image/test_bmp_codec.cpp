@@ -5,23 +5,17 @@
 #include <cstdint>
 #include <cstring>
 
-#include "image/ximage.h"
 #include "kevra/dib.h"
 #include "kevra/platform.h"
 #include "support/kevra_test.h"
 
 using namespace kevra;
+using kevra_test::DibProbe;
 using kevra_test::read_file;
 using kevra_test::TempDir;
 using kevra_test::write_file;
 
 namespace {
-
-class DibProbe : public CDibRoot {
-public:
-    using CDibRoot::CDibRoot;
-    CxImage * store() { return Donne_pCxImage(); }
-};
 
 // Little-endian byte builder for hand-made files.
 struct Bytes {

@@ -4,20 +4,13 @@
 
 #include <cstring>
 
-#include "image/ximage.h"
 #include "kevra/dib.h"
 #include "support/kevra_test.h"
 
 using namespace kevra;
+using kevra_test::DibProbe;
 
 namespace {
-
-// Exposes the store for checks the public API cannot make.
-class DibProbe : public CDibRoot {
-public:
-    using CDibRoot::CDibRoot;
-    CxImage * store() { return Donne_pCxImage(); }
-};
 
 uint16_t sample16(CDibRoot & d, int x, int y)
 {

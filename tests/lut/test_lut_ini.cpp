@@ -15,12 +15,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string text_of(const std::string &path)
-{
-    const std::vector<uint8_t> bytes = kevra_test::read_file(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
 bool same_tables(const CLUT_24_Bpp &a, const CLUT_24_Bpp &b)
 {
     for (int i = 0; i < 256; ++i)
@@ -40,7 +34,7 @@ TEST(LutIni, SaveThenReadRestoresTheTable)
     const std::wstring file = dir.wfile("table.ini");
     CLUT_24_Bpp saved(e_Palette22), read1;
     ASSERT_TRUE(saved.Sauvegarde_INI(file.c_str(), nullptr));
-    std::string text = text_of(dir.file("table.ini"));
+    std::string text = kevra_test::read_text(dir.file("table.ini"));
     EXPECT_EQ(text.find("[RGBLut]\nRGB0=0,0,0\nRGB1=4,1,1\n"), 0u);
     EXPECT_NE(text.find("\nRGB64=255,0,64\n"), std::string::npos);
     EXPECT_NE(text.find("\nRGB255=252,253,255\n"), std::string::npos);
@@ -57,7 +51,7 @@ TEST(LutIni, SaveThenReadRestoresTheTable)
     copy.SetPalette(e_Palette11);
     ASSERT_TRUE(copy.Lecture_INI());
     EXPECT_TRUE(same_tables(copy, CLUT_24_Bpp(e_Palette23)));
-    text = text_of(dir.file("app.ini"));
+    text = kevra_test::read_text(dir.file("app.ini"));
     EXPECT_EQ(text.find("; notes\n[Affichage]\nZoom=2\n"), 0u);
     EXPECT_NE(text.find("\nRGB5=0,0,5\n"), std::string::npos);
     EXPECT_NE(text.find("\nCle=x\n"), std::string::npos);

@@ -4,7 +4,6 @@
 // Whole buffers are compared, padding and guard zones included, and so are the results.
 #include <cstring>
 
-#include "core/fast_path.h"
 #include "kevra/lut.h"
 #include "processing/processing_test.h"
 
@@ -136,15 +135,10 @@ TEST(FastPaths, GiveThePlainBytesOnRandomCases)
         for (const Op &op : kOps) {
             Buf plain = source, fast = source, plain_out(h, w, bpp, 3), fast_out = plain_out;
             std::vector<long> plain_counts, fast_counts;
-            bool plain_ok, fast_ok;
-            {
-                kevra::detail::FastPathScope scope(false);
-                plain_ok = op.run(bpp, plain, plain_out, rc, plain_counts, seed);
-            }
-            {
-                kevra::detail::FastPathScope scope(true);
-                fast_ok = op.run(bpp, fast, fast_out, rc, fast_counts, seed);
-            }
+            const auto [plain_ok, fast_ok] = proc_test::plain_and_fast([&](bool f) {
+                return f ? op.run(bpp, fast, fast_out, rc, fast_counts, seed)
+                         : op.run(bpp, plain, plain_out, rc, plain_counts, seed);
+            });
             const std::string where = std::string(op.name) + " " + std::to_string(w) + "x" + std::to_string(h) +
                                       " at " + std::to_string(bpp) + " bits, rectangle " + std::to_string(rc.left) +
                                       "," + std::to_string(rc.top) + "," + std::to_string(rc.right) + "," +

@@ -2,7 +2,6 @@
 // outer band), refusals, and the fast schedules against the plain ones.
 #include <gtest/gtest.h>
 
-#include "core/fast_path.h"
 #include "processing_test.h"
 
 using namespace kevra;
@@ -158,17 +157,8 @@ TEST(Resample, FastGivesThePlainBytes)
         const auto mode = static_cast<unsigned char>(pick(0, 4));
         Buf src(w, h, bpp, static_cast<uint32_t>(iter + 3)), plain(w2, h2, bpp, 9), fast(w2, h2, bpp, 9);
         const auto source = src.rows();
-        bool ok_plain = false, ok_fast = false;
-        {
-            detail::FastPathScope off(false);
-            ok_plain = resample(src, plain, mode);
-        }
-        {
-            detail::FastPathScope on(true);
-            platform::set_thread_count(iter % 2 ? 3 : 1);
-            ok_fast = resample(src, fast, mode);
-            platform::set_thread_count(1);
-        }
+        const auto [ok_plain, ok_fast] =
+            proc_test::plain_and_fast([&](bool f) { return resample(src, f ? fast : plain, mode); }, iter % 2 ? 3 : 1);
         ASSERT_EQ(ok_plain, ok_fast) << iter;
         ASSERT_EQ(proc_test::first_difference(plain, fast), "")
             << "iteration " << iter << ": " << w << "x" << h << " to " << w2 << "x" << h2 << " mode " << int(mode) << " at " << bpp;

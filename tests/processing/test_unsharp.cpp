@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <limits>
 
-#include "core/fast_path.h"
 #include "processing_test.h"
 
 using namespace kevra;
@@ -148,17 +147,7 @@ TEST(Unsharp, StreamedGivesThePlainBytesAndChangesOnlyItsArea)
         const Buf before(w, h, bpp, static_cast<uint32_t>(iter + 1));
         Buf plain = before, fast = before;
         auto run = [&](Buf &b) { return disc ? unsharp_disc(b, centre, R, p) : unsharp(b, rc, p); };
-        bool ok_plain = false, ok_fast = false;
-        {
-            detail::FastPathScope off(false);
-            ok_plain = run(plain);
-        }
-        {
-            detail::FastPathScope on(true);
-            platform::set_thread_count(iter % 2 ? 3 : 1);
-            ok_fast = run(fast);
-            platform::set_thread_count(1);
-        }
+        const auto [ok_plain, ok_fast] = proc_test::plain_and_fast([&](bool f) { return run(f ? fast : plain); }, iter % 2 ? 3 : 1);
         ASSERT_TRUE(ok_plain && ok_fast) << iter;
         ASSERT_EQ(proc_test::first_difference(plain, fast), "") << "iteration " << iter << ": " << w << "x" << h << "x" << bpp;
         SCOPED_TRACE(iter);

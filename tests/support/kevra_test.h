@@ -1,5 +1,5 @@
-// Shared helpers for the Kevra tests: temporary directories, file bytes,
-// and switches for the platform hooks.
+// Shared helpers for the Kevra tests: temporary directories, file bytes, image pixels, the
+// plain and fast paths of one call, and switches for the platform hooks.
 #ifndef KEVRA_TESTS_SUPPORT_KEVRA_TEST_H
 #define KEVRA_TESTS_SUPPORT_KEVRA_TEST_H
 
@@ -13,6 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "core/fast_path.h"
+#include "image/ximage.h"
+#include "kevra/dib.h"
 #include "kevra/platform.h"
 
 namespace kevra_test {
@@ -55,6 +58,12 @@ inline std::vector<uint8_t> read_file(const std::string & path)
     return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+inline std::string read_text(const std::string & path)
+{
+    const std::vector<uint8_t> bytes = read_file(path);
+    return std::string(bytes.begin(), bytes.end());
+}
+
 inline void write_file(const std::string & path, const std::vector<uint8_t> & bytes)
 {
     std::ofstream out(path, std::ios::binary);
@@ -64,6 +73,43 @@ inline void write_file(const std::string & path, const std::vector<uint8_t> & by
 inline std::string data_file(const std::string & name)
 {
     return std::string(KEVRA_TEST_DATA_DIR) + "/" + name;
+}
+
+// An image's pixel bytes, row padding included; with a seed, first filled with random bytes.
+inline std::vector<uint8_t> image_bytes(kevra::CDibRoot & image, uint32_t seed = 0)
+{
+    uint8_t * bits = image.GetBits();
+    const std::size_t n = bits ? static_cast<std::size_t>(image.Pitch()) * image.Height() : 0;
+    std::mt19937 rng(seed);
+    for (std::size_t i = 0; seed != 0 && i < n; ++i)
+        bits[i] = static_cast<uint8_t>(rng());
+    std::vector<uint8_t> v(bits, bits + n);
+    image.ReleaseBits();
+    return v;
+}
+
+// Exposes an image's store for checks the public interface cannot make.
+class DibProbe : public kevra::CDibRoot {
+public:
+    using kevra::CDibRoot::CDibRoot;
+    kevra::CxImage * store() { return Donne_pCxImage(); }
+};
+
+// run(false) on the plain path, then run(true) on the fast path with `threads` threads (one
+// again afterwards): the two results, plain first.
+template <class F>
+std::pair<bool, bool> plain_and_fast(F && run, unsigned threads = 1)
+{
+    bool plain;
+    {
+        kevra::detail::FastPathScope off(false);
+        plain = run(false);
+    }
+    kevra::detail::FastPathScope on(true);
+    kevra::platform::set_thread_count(threads);
+    const bool fast = run(true);
+    kevra::platform::set_thread_count(1);
+    return {plain, fast};
 }
 
 // Makes every allocation through the library's helpers fail while alive, or
