@@ -10,22 +10,13 @@
 #include "support/kevra_test.h"
 
 using namespace kevra;
+using kevra_test::Bytes;
 using kevra_test::DibProbe;
 using kevra_test::read_file;
 using kevra_test::TempDir;
 using kevra_test::write_file;
 
 namespace {
-
-// Little-endian byte builder for hand-made files.
-struct Bytes {
-    std::vector<uint8_t> v;
-    Bytes & u8(uint32_t x) { return v.push_back(static_cast<uint8_t>(x)), *this; }
-    Bytes & u16(uint32_t x) { return u8(x).u8(x >> 8); }
-    Bytes & u32(uint32_t x) { return u16(x).u16(x >> 16); }
-    Bytes & fill(std::size_t n, uint8_t value) { return v.insert(v.end(), n, value), *this; }
-    Bytes & append(const std::vector<uint8_t> & more) { return v.insert(v.end(), more.begin(), more.end()), *this; }
-};
 
 std::vector<uint8_t> info_header(int32_t w, int32_t h, uint16_t bpp, uint32_t compression = 0, uint32_t size_image = 0,
                                  uint32_t clr_used = 0, int32_t x_pels = 2835, int32_t y_pels = 2835)

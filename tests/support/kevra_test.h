@@ -70,6 +70,16 @@ inline void write_file(const std::string & path, const std::vector<uint8_t> & by
     out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
+// Little-endian byte builder for hand-made files.
+struct Bytes {
+    std::vector<uint8_t> v;
+    Bytes & u8(uint32_t x) { return v.push_back(static_cast<uint8_t>(x)), *this; }
+    Bytes & u16(uint32_t x) { return u8(x).u8(x >> 8); }
+    Bytes & u32(uint32_t x) { return u16(x).u16(x >> 16); }
+    Bytes & fill(std::size_t n, uint8_t value) { return v.insert(v.end(), n, value), *this; }
+    Bytes & append(const std::vector<uint8_t> & more) { return v.insert(v.end(), more.begin(), more.end()), *this; }
+};
+
 inline std::string data_file(const std::string & name)
 {
     return std::string(KEVRA_TEST_DATA_DIR) + "/" + name;

@@ -191,13 +191,19 @@ TEST_F(CliCommands, DemoWritesItsPicturesAndPageTheSameEveryTime)
         EXPECT_EQ(read_file(out + "/" + p), read_file(out2 + "/" + p)) << p;
 }
 
-// Help exits with 0 and names every command.
-TEST_F(CliCommands, HelpNamesEveryCommand)
+// The version, and help that exits with 0 and names every command.
+TEST_F(CliCommands, VersionAndHelp)
 {
-    const CliRun top = run_cli({"--help"}, dir);
-    EXPECT_EQ(top.code, 0);
+    CliRun r = run_cli({"--version"}, dir);
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.out.rfind("kevra 0.1.0 (Kevra library 0.1.0)\nformats: read BMP", 0), 0u) << r.out;
+    r = run_cli({"--help"}, dir);
+    EXPECT_EQ(r.code, 0);
     for (const char * command : {"process", "info", "histogram", "lut", "convert", "palette", "demo"})
-        EXPECT_NE(top.out.find(command), std::string::npos) << command;
+        EXPECT_NE(r.out.find(command), std::string::npos) << command;
+    r = run_cli({"help", "process"}, dir);
+    EXPECT_EQ(r.code, 0);
+    EXPECT_NE(r.out.find("ImageMagick's -gamma"), std::string::npos);
     EXPECT_EQ(run_cli({"process", "--help"}, dir).code, 0);
 }
 
