@@ -59,6 +59,12 @@ private:
     std::string m_previous;
 };
 
+// Each test of a suite derived from this one traces to a file of its own.
+class TracedTest : public ::testing::Test {
+protected:
+    TraceFile trace;
+};
+
 // A clock that advances by `step` milliseconds at every reading.
 class FakeTicks {
 public:

@@ -45,9 +45,10 @@ CLUT_24_Bpp levels_lut(int r, int g, int b)
 
 } // namespace
 
-TEST(DisplayLut, NullTableIsRefusedAndNoLookUpStepLeavesTheTableAlone)
+class DisplayLut : public TracedTest {};
+
+TEST_F(DisplayLut, NullTableIsRefusedAndNoLookUpStepLeavesTheTableAlone)
 {
-    TraceFile trace;
     CSequenceur seq;
     EXPECT_FALSE(seq.Donne_LUT_Affichage(nullptr));
     EXPECT_EQ(trace.lines(), std::vector<std::string>{"ERROR : Donne_LUT_Affichage paramètre invalide"});
@@ -61,9 +62,8 @@ TEST(DisplayLut, NullTableIsRefusedAndNoLookUpStepLeavesTheTableAlone)
 }
 
 // The list is walked as added: no ordering, no deduplication.
-TEST(DisplayLut, StepsComposeInListOrderWithRepetitions)
+TEST_F(DisplayLut, StepsComposeInListOrderWithRepetitions)
 {
-    TraceFile trace;
     kevra::CLUT_8_Bpp grey;
     grey.SetContraste(3.0f);
     CSequenceur seq;
@@ -80,9 +80,8 @@ TEST(DisplayLut, StepsComposeInListOrderWithRepetitions)
 }
 
 // Tone, levels, negative, additional table, predefined palette: in that order.
-TEST(DisplayLut, SettingsApplyInTheirFixedOrder)
+TEST_F(DisplayLut, SettingsApplyInTheirFixedOrder)
 {
-    TraceFile trace;
     CLUT_24_Bpp extra(kevra::e_Palette22), negative(kevra::e_Palette12), false_colour(kevra::e_Palette21);
     CLUT_24_Bpp table(kevra::e_Palette23); // replaced whatever it held
     ASSERT_TRUE(S::ComputeDisplayPalette(&table, 0.0f, 1.0f, 1.0f, kevra::e_PaletteNone, 0, 0, 0, false, nullptr));
@@ -99,9 +98,8 @@ TEST(DisplayLut, SettingsApplyInTheirFixedOrder)
     EXPECT_EQ(trace.text(), "");
 }
 
-TEST(DisplayLut, ErrorsAreTracedAndDoNotStopTheComposition)
+TEST_F(DisplayLut, ErrorsAreTracedAndDoNotStopTheComposition)
 {
-    TraceFile trace;
     EXPECT_FALSE(S::ComputeDisplayPalette(nullptr, 0.0f, 1.0f, 1.0f, kevra::e_Palette21, 0, 0, 0, false, nullptr));
     EXPECT_EQ(trace.lines(),
               std::vector<std::string>{

@@ -58,6 +58,14 @@ inline CliRun run_cli(const std::vector<std::string> & args, const TempDir & dir
     return r;
 }
 
+// run_cli, expecting the program to succeed.
+inline CliRun run_ok(const std::vector<std::string> & args, const TempDir & dir, const std::string & cwd = "")
+{
+    CliRun r = run_cli(args, dir, cwd);
+    EXPECT_EQ(r.code, 0) << r.err;
+    return r;
+}
+
 inline std::wstring wide(const std::string & s)
 {
     return TempDir::widen(s);

@@ -96,11 +96,9 @@ TEST_F(CliFiles, BmpVariantsOfOtherToolsBecomeTheLibrarysColourImage)
     for (const auto & v : variants()) {
         SCOPED_TRACE(v.first);
         write_file(dir.file("v.bmp"), v.second);
-        const CliRun info = run_cli({"info", dir.file("v.bmp")}, dir);
-        ASSERT_EQ(info.code, 0) << info.err;
+        const CliRun info = run_ok({"info", dir.file("v.bmp")}, dir);
         EXPECT_NE(info.out.find("\nformat:      " + v.first + "\n"), std::string::npos) << info.out;
-        const CliRun r = run_cli({"convert", dir.file("v.bmp"), dir.file("out.bmp")}, dir);
-        ASSERT_EQ(r.code, 0) << r.err;
+        const CliRun r = run_ok({"convert", dir.file("v.bmp"), dir.file("out.bmp")}, dir);
         EXPECT_EQ(r.err, v.first.find("alpha") != std::string::npos
                              ? "kevra: note: " + dir.file("v.bmp") + ": its alpha channel is dropped\n"
                              : "");
@@ -126,8 +124,7 @@ TEST_F(CliFiles, PngAndTiffRoundTripsKeepSamplesAndResolution)
             image.SetYPelsPerMeter(15748); // 400 dpi
             ASSERT_TRUE(image.Save(wide(in).c_str(), 0));
             ASSERT_EQ(run_cli({"convert", in, mid}, dir).code, 0);
-            const CliRun r = run_cli({"convert", mid, back}, dir);
-            ASSERT_EQ(r.code, 0) << r.err;
+            const CliRun r = run_ok({"convert", mid, back}, dir);
             EXPECT_EQ(read_file(back), read_file(in));
         }
     }
@@ -166,8 +163,7 @@ TEST_F(CliFiles, DicomMonochromeOneWithTwelveStoredBits)
                                          "(0028,0100) US 16\n(0028,0101) US 12\n(0028,0102) US 11\n(0028,0103) US 0\n"
                                          "(7fe0,0010) OW 0000\\0001\\0fff\\0800\\f123\\0400\n";
     ASSERT_EQ(shell("dump2dcm --write-xfer-little '" + dir.file("x.dump") + "' '" + dir.file("x.dcm") + "'"), 0);
-    CliRun r = run_cli({"info", dir.file("x.dcm")}, dir);
-    ASSERT_EQ(r.code, 0) << r.err;
+    CliRun r = run_ok({"info", dir.file("x.dcm")}, dir);
     EXPECT_NE(r.out.find("format:      DICOM, 12-bit grey (MONOCHROME1, inverted to display sense) (read as 16-bit "
                          "grey, samples 0 to 4095)\nsize:        3 x 2 pixels\n"),
               std::string::npos)
@@ -260,8 +256,7 @@ TEST_F(CliFiles, OutputsBehaveLikeEveryUnixTool)
             write_file(target, {1, 2, 3});
         fs::remove(link);
         fs::create_symlink("target.bmp", link);
-        const CliRun r = run_cli({"process", in, link, "--gamma", "0.5"}, dir);
-        ASSERT_EQ(r.code, 0) << r.err;
+        const CliRun r = run_ok({"process", in, link, "--gamma", "0.5"}, dir);
         EXPECT_TRUE(fs::is_symlink(link));
         EXPECT_EQ(read_file(target), read_file(plain));
     }

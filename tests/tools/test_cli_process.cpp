@@ -62,8 +62,7 @@ TEST_F(CliProcess, ChainsMatchTheLibrary)
         std::remove(out.c_str());
         std::vector<std::string> args = {"process", in, out};
         args.insert(args.end(), c.args.begin(), c.args.end());
-        const CliRun r = run_cli(args, dir);
-        ASSERT_EQ(r.code, 0) << r.err;
+        const CliRun r = run_ok(args, dir);
         EXPECT_EQ(r.err, "");
         const std::vector<uint8_t> expected = library_result(in, c.steps, c.zone, dir);
         ASSERT_FALSE(expected.empty());
@@ -190,8 +189,7 @@ TEST_F(CliProcess, FailuresAreOneLineMessagesAndLeaveNoPartialOutput)
               (std::vector<std::string>{"cut.bmp", "in.bmp", "notes.bmp", "out.bmp", "rle.bmp"}));
 
     // Named as the output, the input is replaced by the result.
-    const CliRun r = run_cli({"process", in, in, "--negative"}, dir);
-    EXPECT_EQ(r.code, 0) << r.err;
+    const CliRun r = run_ok({"process", in, in, "--negative"}, dir);
     EXPECT_NE(read_file(in), before);
 }
 
@@ -199,9 +197,8 @@ TEST_F(CliProcess, VerboseAndTrace)
 {
     const std::string in = dir.file("in.bmp"), out = dir.file("out.bmp"), trace = dir.file("trace.txt");
     write_picture(in, 30, 20, 8, 8);
-    const CliRun r = run_cli(
+    const CliRun r = run_ok(
         {"process", in, out, "-v", "--trace", trace, "--rotate", "90", "--median", "0.2,3", "--gamma", "0.9"}, dir);
-    ASSERT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.out.find(out + ": 20 x 30 pixels\n"), 0u) << r.out;
     for (const char * label : {"\n  --rotate 90 ", "\n  --median 0.2,3 ", "\n  look-up table ", "\n  total "})
         EXPECT_NE(r.out.find(label), std::string::npos) << label << " in\n" << r.out;
