@@ -160,15 +160,20 @@ def by_depth(table, name):
     return [pytest.param(bits, *entry[:2], *entry[3:], id=f"{bits}-{name(entry)}") for entry in table for bits in entry[2]]
 
 
+def expect_equal_results(bits, call, zones, expected):
+    """call on a sample, without and with each zone, against expected(array, zone) as B, G, R."""
+    a = sample(bits)
+    kw = {"channels": "rgb"} if bits == 24 else {}
+    for zone in zones:
+        got = call(a, zone=zone, **kw) if zone else call(a, **kw)
+        assert got.dtype == a.dtype and np.array_equal(as_bgr(got), expected(a, zone)), zone
+
+
 @needs_cli
 @pytest.mark.parametrize("bits,call,options,zoned", by_depth(AGAINST_CLI, lambda e: " ".join(e[1])))
 def test_operation_equals_command_line(tmp_path, bits, call, options, zoned):
-    a = sample(bits)
-    kw = {"channels": "rgb"} if bits == 24 else {}
-    for zone in ((None, ZONE) if zoned else (None,)):
-        got = call(a, zone=zone, **kw) if zone else call(a, **kw)
-        assert got.dtype == a.dtype
-        assert np.array_equal(as_bgr(got), cli_process(tmp_path, a, options, zone)), zone
+    zones = (None, ZONE) if zoned else (None,)
+    expect_equal_results(bits, call, zones, lambda a, z: cli_process(tmp_path, a, options, z))
 
 
 CHAINS = [
@@ -224,8 +229,7 @@ AGAINST_CPP = [
 
 
 def lut_call(a, **k):
-    lut = {np.dtype(np.uint8): kevra.CLUT_8_Bpp, np.dtype(np.uint16): kevra.CLUT_16_Bpp}.get(
-        a.dtype if a.ndim == 2 else None, kevra.CLUT_24_Bpp)()
+    lut = kevra.CLUT_24_Bpp() if a.ndim == 3 else kevra.CLUT_16_Bpp() if a.dtype == np.uint16 else kevra.CLUT_8_Bpp()
     lut.SetLuminositeConstrateGamma(0.05, 1.2, 0.9)
     if a.ndim == 3:
         lut.ReglageRouge(30)
@@ -238,11 +242,7 @@ AGAINST_CPP.append((lut_call, ("lut", 0.05, 1.2, 0.9), (8, 16, 24)))
 @needs_cpp
 @pytest.mark.parametrize("bits,call,op", by_depth(AGAINST_CPP, lambda e: " ".join(map(str, e[1][:2]))))
 def test_operation_equals_cpp_library(tmp_path, bits, call, op):
-    a = sample(bits)
-    kw = {"channels": "rgb"} if bits == 24 else {}
-    for zone in (None, ZONE):
-        got = call(a, zone=zone, **kw) if zone else call(a, **kw)
-        assert np.array_equal(as_bgr(got), cpp_result(tmp_path, a, *op, zone=zone)), zone
+    expect_equal_results(bits, call, (None, ZONE), lambda a, z: cpp_result(tmp_path, a, *op, zone=z))
 
 
 @needs_cpp
