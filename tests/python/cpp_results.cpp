@@ -17,20 +17,9 @@ using namespace kevra;
 
 namespace {
 
-std::wstring wide(const char * s)
-{
-    return std::wstring(s, s + std::strlen(s));
-}
-
-float f(const char * s)
-{
-    return std::strtof(s, nullptr);
-}
-
-int i(const char * s)
-{
-    return static_cast<int>(std::strtol(s, nullptr, 10));
-}
+std::wstring wide(const char * s) { return std::wstring(s, s + std::strlen(s)); }
+float f(const char * s) { return std::strtof(s, nullptr); }
+int i(const char * s) { return static_cast<int>(std::strtol(s, nullptr, 10)); }
 
 void print(const long * counts, int n)
 {
@@ -86,12 +75,6 @@ bool change(const std::string & op, CDib & image, char ** v, int n)
         return by_depth(bits, [&](CTraitementImg & t) {
             return t.ReglageLuminositeContrasteGamma(f(v[0]), f(v[1]), f(v[2]), &image);
         });
-    if (op == "brightness" && n == 1)
-        return by_depth(bits, [&](CTraitementImg & t) { return t.ReglageLuminosite(f(v[0]), &image); });
-    if (op == "contrast" && n == 1)
-        return by_depth(bits, [&](CTraitementImg & t) { return t.ReglageContraste(f(v[0]), &image); });
-    if (op == "gamma" && n == 1)
-        return by_depth(bits, [&](CTraitementImg & t) { return t.ReglageGamma(f(v[0]), &image); });
     if (op == "luminance" && n == 1)
         return CTraitementImg_24_Bpp().ReglageLuminance(i(v[0]), &image);
     if (op == "levels" && n == 3)

@@ -213,9 +213,10 @@ AGAINST_CPP = [
     (lambda a, **k: kevra.fill(a, 200, **k), ("fill", 200), (8,)),
     (lambda a, **k: kevra.fill(a, 40000, **k), ("fill", 40000), (16,)),
     (lambda a, **k: kevra.fill(a, (10, 20, 30), **k), ("fill", 10 << 16 | 20 << 8 | 30), (24,)),
-    (lambda a, **k: kevra.brightness(a, 0.1, **k), ("brightness", 0.1), (8, 16, 24)),
-    (lambda a, **k: kevra.contrast(a, 1.3, **k), ("contrast", 1.3), (8, 16, 24)),
-    (lambda a, **k: kevra.gamma(a, 0.7, **k), ("gamma", 0.7), (8, 16, 24)),
+    # Brightness, contrast and gamma alone are the tone adjustment with the other two neutral.
+    (lambda a, **k: kevra.brightness(a, 0.1, **k), ("tone", 0.1, 1, 1), (8, 16, 24)),
+    (lambda a, **k: kevra.contrast(a, 1.3, **k), ("tone", 0, 1.3, 1), (8, 16, 24)),
+    (lambda a, **k: kevra.gamma(a, 0.7, **k), ("tone", 0, 1, 0.7), (8, 16, 24)),
     (lambda a, **k: kevra.tone(a, -0.1, 0.9, 1.4, **k), ("tone", -0.1, 0.9, 1.4), (8, 16, 24)),
     (lambda a, **k: kevra.luminance(a, 80, **k), ("luminance", 80), (24,)),
     (lambda a, **k: kevra.levels(a, -20, 0, 40, **k), ("levels", -20, 0, 40), (24,)),
@@ -240,7 +241,7 @@ AGAINST_CPP.append((lut_call, ("lut", 0.05, 1.2, 0.9), (8, 16, 24)))
 
 
 @needs_cpp
-@pytest.mark.parametrize("bits,call,op", by_depth(AGAINST_CPP, lambda e: " ".join(map(str, e[1][:2]))))
+@pytest.mark.parametrize("bits,call,op", by_depth(AGAINST_CPP, lambda e: " ".join(map(str, e[1][:4]))))
 def test_operation_equals_cpp_library(tmp_path, bits, call, op):
     expect_equal_results(bits, call, (None, ZONE), lambda a, z: cpp_result(tmp_path, a, *op, zone=z))
 
