@@ -16,6 +16,7 @@
 #include "core/fast_path.h"
 #include "image/ximage.h"
 #include "kevra/dib.h"
+#include "kevra/lut.h"
 #include "kevra/platform.h"
 
 namespace kevra_test {
@@ -96,6 +97,15 @@ inline std::vector<uint8_t> image_bytes(kevra::CDibRoot & image, uint32_t seed =
     std::vector<uint8_t> v(bits, bits + n);
     image.ReleaseBits();
     return v;
+}
+
+// A colour table's entries as 0xRRGGBB.
+inline std::vector<uint32_t> lut_entries(const kevra::CLUT_24_Bpp & table)
+{
+    std::vector<uint32_t> out;
+    for (int i = 0; i < 256; ++i)
+        out.push_back(uint32_t(table.Donne_Rouge()[i]) << 16 | table.Donne_Vert()[i] << 8 | table.Donne_Bleu()[i]);
+    return out;
 }
 
 // Exposes an image's store for checks the public interface cannot make.
