@@ -90,38 +90,29 @@ TEST(Fill, InclusiveRectangleAndByteOrder)
 }
 
 // Left-right: n = (right - left) / 2 pairs, so an even span keeps its centre pair; the
-// rectangle's bottom row (buffer row 0 here) is deliberately not processed.
-TEST(Mirrors, HorizontalPairsAndSkippedBottomRow)
+// rectangle's bottom row (buffer row 0 here) is deliberately not processed. Top-bottom:
+// n = (bottom - top) / 2 pairs of picture rows, so the bottom row of an even span stays; a
+// one-row rectangle changes nothing. `from` gives the source column, or picture row, of each.
+TEST(Mirrors, PairsAndSkippedBottomRow)
 {
-    struct Case { CRect rc; int from[6]; };
-    const Case cases[] = {{CRect(0, 0, 3, 2), {3, 1, 2, 0, 4, 5}}, {CRect(0, 0, 4, 2), {4, 3, 2, 1, 0, 5}}};
+    struct Case { bool vertical; long w, h; CRect rc; int from[6]; };
+    const Case cases[] = {{false, 6, 3, CRect(0, 0, 3, 2), {3, 1, 2, 0, 4, 5}},
+                          {false, 6, 3, CRect(0, 0, 4, 2), {4, 3, 2, 1, 0, 5}},
+                          {true, 3, 5, CRect(1, 0, 2, 3), {2, 1, 0, 3, 4}},
+                          {true, 4, 6, CRect(1, 1, 2, 5), {0, 4, 3, 2, 1, 5}},
+                          {true, 3, 5, CRect(0, 2, 2, 2), {0, 1, 2, 3, 4}}};
     for (int bpp : {8, 16, 24})
         for (const Case &k : cases) {
-            Buf buf(6, 3, bpp, 3);
+            Buf buf(k.w, k.h, bpp, k.vertical ? 12 : 3);
             const Buf before = buf;
             CRect rc = k.rc;
-            ASSERT_TRUE(on_depth(bpp, [&](auto &t) { return t.Mirroir_Horizontal(6, 3, buf.bits(), rc); }));
+            ASSERT_TRUE(on_depth(bpp, [&](auto &t) {
+                return k.vertical ? t.Mirroir_Vertical(k.w, k.h, buf.bits(), rc) : t.Mirroir_Horizontal(k.w, k.h, buf.bits(), rc);
+            }));
             proc_test::expect_in_rect(before, buf, rc, [&](int old, long x, long r, int c) {
+                if (k.vertical)
+                    return before.get(x, k.h - 1 - k.from[k.h - 1 - r], c);
                 return r == 0 ? old : before.get(k.from[x], r, c);
-            });
-        }
-}
-
-// Top-bottom: n = (bottom - top) / 2 pairs of picture rows, so the bottom row of an even span
-// stays; a one-row rectangle changes nothing.
-TEST(Mirrors, VerticalPairsAndSkippedBottomRow)
-{
-    struct Case { long w, h; CRect rc; int from[6]; };
-    const Case cases[] = {{3, 5, CRect(1, 0, 2, 3), {2, 1, 0, 3, 4}}, {4, 6, CRect(1, 1, 2, 5), {0, 4, 3, 2, 1, 5}},
-                          {3, 5, CRect(0, 2, 2, 2), {0, 1, 2, 3, 4}}};
-    for (int bpp : {8, 16, 24})
-        for (const Case &k : cases) {
-            Buf buf(k.w, k.h, bpp, 12);
-            const Buf before = buf;
-            CRect rc = k.rc;
-            ASSERT_TRUE(on_depth(bpp, [&](auto &t) { return t.Mirroir_Vertical(k.w, k.h, buf.bits(), rc); }));
-            proc_test::expect_in_rect(before, buf, rc, [&](int, long x, long r, int c) {
-                return before.get(x, k.h - 1 - k.from[k.h - 1 - r], c);
             });
         }
 }
