@@ -21,22 +21,16 @@ struct Op {
     bool (*run)(int bpp, Buf &buf, Buf &out, const CRect &rc, std::vector<long> &counts, uint32_t seed);
 };
 
-bool negative(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint32_t)
+// The negative (0) and the mirrors (1 left-right, 2 top-bottom), in place.
+template <int Which>
+bool in_place(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint32_t)
 {
     CRect r = rc;
-    return on_depth(bpp, [&](auto &t) { return t.Negatif(b.w, b.h, b.bits(), r); });
-}
-
-bool mirror_h(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint32_t)
-{
-    CRect r = rc;
-    return on_depth(bpp, [&](auto &t) { return t.Mirroir_Horizontal(b.w, b.h, b.bits(), r); });
-}
-
-bool mirror_v(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint32_t)
-{
-    CRect r = rc;
-    return on_depth(bpp, [&](auto &t) { return t.Mirroir_Vertical(b.w, b.h, b.bits(), r); });
+    return on_depth(bpp, [&](auto &t) {
+        return Which == 0   ? t.Negatif(b.w, b.h, b.bits(), r)
+               : Which == 1 ? t.Mirroir_Horizontal(b.w, b.h, b.bits(), r)
+                            : t.Mirroir_Vertical(b.w, b.h, b.bits(), r);
+    });
 }
 
 bool turn(int bpp, Buf &b, Buf &out, const CRect &rc, std::vector<long> &, uint32_t seed)
@@ -89,8 +83,9 @@ bool stretch(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint3
     return on_depth(bpp, [&](auto &t) { return t.EgalisationHistogramme(p, q, b.w, b.h, b.bits(), r); });
 }
 
-const Op kOps[] = {{"Negatif", negative},       {"Mirroir_Horizontal", mirror_h}, {"Mirroir_Vertical", mirror_v},
-                   {"QuickRotate", turn},       {"Donne_Histogramme", histogram}, {"EgalisationHistogramme", stretch},
+const Op kOps[] = {{"Negatif", in_place<0>},          {"Mirroir_Horizontal", in_place<1>},
+                   {"Mirroir_Vertical", in_place<2>}, {"QuickRotate", turn},
+                   {"Donne_Histogramme", histogram},  {"EgalisationHistogramme", stretch},
                    {"CLUT FiltrerBuffer", table}};
 
 // A random rectangle: each edge inside, on or a little beyond the image; now and then the
