@@ -11,8 +11,7 @@ namespace {
 
 using kevra::CRect;
 using kevra::CTraitementImgBase;
-using proc_test::Buf;
-using proc_test::on_depth;
+using namespace proc_test;
 
 // What one case runs: an operation of the depth's class on `buf` (and `out` for the turns),
 // with histogram counts, if any, appended to `counts`.
@@ -130,7 +129,7 @@ TEST(FastPaths, GiveThePlainBytesOnRandomCases)
         for (const Op &op : kOps) {
             Buf plain = source, fast = source, plain_out(h, w, bpp, 3), fast_out = plain_out;
             std::vector<long> plain_counts, fast_counts;
-            const auto [plain_ok, fast_ok] = proc_test::plain_and_fast([&](bool f) {
+            const auto [plain_ok, fast_ok] = plain_and_fast([&](bool f) {
                 return f ? op.run(bpp, fast, fast_out, rc, fast_counts, seed)
                          : op.run(bpp, plain, plain_out, rc, plain_counts, seed);
             });
@@ -139,8 +138,8 @@ TEST(FastPaths, GiveThePlainBytesOnRandomCases)
                                       "," + std::to_string(rc.top) + "," + std::to_string(rc.right) + "," +
                                       std::to_string(rc.bottom) + ", seed " + std::to_string(seed);
             ASSERT_EQ(fast_ok, plain_ok) << where;
-            ASSERT_EQ(proc_test::first_difference(fast, plain), "") << where;
-            ASSERT_EQ(proc_test::first_difference(fast_out, plain_out), "") << where;
+            ASSERT_EQ(first_difference(fast, plain), "") << where;
+            ASSERT_EQ(first_difference(fast_out, plain_out), "") << where;
             ASSERT_EQ(fast_counts, plain_counts) << where;
             ASSERT_TRUE(fast.intact() && fast_out.intact()) << where;
         }

@@ -6,10 +6,7 @@
 #include "processing_test.h"
 
 using namespace kevra;
-using proc_test::Buf;
-using proc_test::FailAllocations;
-using proc_test::image_bytes;
-using proc_test::on_depth;
+using namespace proc_test;
 
 namespace {
 
@@ -71,7 +68,7 @@ TEST(Negatif, EveryLevelInsideTheRectangle)
         const Buf before = buf;
         CRect rc(0, bpp == 24 ? 1 : 0, 255, 255);
         ASSERT_TRUE(on_depth(bpp, [&](auto &t) { return t.Negatif(buf.w, buf.h, buf.bits(), rc); }));
-        proc_test::expect_in_rect(before, buf, rc, [&](int v, long, long, int) { return levels - 1 - v; });
+        expect_in_rect(before, buf, rc, [&](int v, long, long, int) { return levels - 1 - v; });
     }
 }
 
@@ -83,7 +80,7 @@ TEST(Fill, InclusiveRectangleAndByteOrder)
             Buf buf(4, 4, bpp, 5);
             const Buf before = buf;
             ASSERT_TRUE(on_depth(bpp, [&](auto &t) { return t.Fill(value, buf.w, buf.h, buf.bits(), rc); }));
-            proc_test::expect_in_rect(before, buf, rc, [&](int, long, long, int c) {
+            expect_in_rect(before, buf, rc, [&](int, long, long, int c) {
                 return bpp == 8 ? 0x33 : bpp == 16 ? 0x2233 : static_cast<int>(value >> (8 * c) & 0xFF);
             });
         }
@@ -109,7 +106,7 @@ TEST(Mirrors, PairsAndSkippedBottomRow)
             ASSERT_TRUE(on_depth(bpp, [&](auto &t) {
                 return k.vertical ? t.Mirroir_Vertical(k.w, k.h, buf.bits(), rc) : t.Mirroir_Horizontal(k.w, k.h, buf.bits(), rc);
             }));
-            proc_test::expect_in_rect(before, buf, rc, [&](int old, long x, long r, int c) {
+            expect_in_rect(before, buf, rc, [&](int old, long x, long r, int c) {
                 if (k.vertical)
                     return before.get(x, k.h - 1 - k.from[k.h - 1 - r], c);
                 return r == 0 ? old : before.get(k.from[x], r, c);

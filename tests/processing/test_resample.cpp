@@ -5,8 +5,7 @@
 #include "processing_test.h"
 
 using namespace kevra;
-using proc_test::Buf;
-using proc_test::on_depth;
+using namespace proc_test;
 
 namespace {
 
@@ -135,7 +134,7 @@ TEST(Resample, RefusalsAndAllocationFailure)
     EXPECT_TRUE(t.Resample(&c24, &d24, 0));
 
     Buf s16(40, 30, 16, 2), d16(20, 15, 16, 3);
-    proc_test::FailAllocations fail;
+    FailAllocations fail;
     EXPECT_FALSE(resample(s16, d16, 1));
     EXPECT_TRUE(d16.intact());
 }
@@ -156,9 +155,9 @@ TEST(Resample, FastGivesThePlainBytes)
         Buf src(w, h, bpp, static_cast<uint32_t>(iter + 3)), plain(w2, h2, bpp, 9), fast(w2, h2, bpp, 9);
         const auto source = src.rows();
         const auto [ok_plain, ok_fast] =
-            proc_test::plain_and_fast([&](bool f) { return resample(src, f ? fast : plain, mode); }, iter % 2 ? 3 : 1);
+            plain_and_fast([&](bool f) { return resample(src, f ? fast : plain, mode); }, iter % 2 ? 3 : 1);
         ASSERT_EQ(ok_plain, ok_fast) << iter;
-        ASSERT_EQ(proc_test::first_difference(plain, fast), "")
+        ASSERT_EQ(first_difference(plain, fast), "")
             << "iteration " << iter << ": " << w << "x" << h << " to " << w2 << "x" << h2 << " mode " << int(mode) << " at " << bpp;
         ASSERT_TRUE(fast.intact() && plain.intact() && src.intact() && src.rows() == source) << iter;
     }

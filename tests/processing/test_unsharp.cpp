@@ -8,8 +8,7 @@
 #include "processing_test.h"
 
 using namespace kevra;
-using proc_test::Buf;
-using proc_test::on_depth;
+using namespace proc_test;
 
 namespace {
 
@@ -65,7 +64,7 @@ TEST(Unsharp, ZeroDetailStillMovesHalfAStep)
             b.fill(k.level);
             const Buf before = b;
             ASSERT_TRUE(unsharp(b, CRect(0, 0, 6, 5), {k.rayon, 3.0f, 2.0f, seuil, seuil}));
-            proc_test::expect_in_rect(before, b, CRect(0, 0, 6, 5), [](int v, long, long, int) { return v ? v - 1 : 0; });
+            expect_in_rect(before, b, CRect(0, 0, 6, 5), [](int v, long, long, int) { return v ? v - 1 : 0; });
         }
 }
 
@@ -80,7 +79,7 @@ TEST(Unsharp, HugeThresholdsLeaveOnlyTheHalfStep)
         const CRect rc(3, 2, 15, 11);
         ASSERT_TRUE(unsharp(b, rc, {3.0f, 50.0f, 50.0f, 1e30f, 1e30f}));
         int lowered = 0;
-        proc_test::expect_in_rect(before, b, rc, [&](int v, long x, long r, int c) {
+        expect_in_rect(before, b, rc, [&](int v, long x, long r, int c) {
             const int now = b.get(x, r, c);
             lowered += now != v;
             return now == v - 1 ? now : v;
@@ -116,7 +115,7 @@ TEST(Unsharp, AllocationFailureLeavesTheImage)
 {
     Buf b(12, 10, 24, 8);
     const auto before = b.rows();
-    proc_test::FailAllocations fail;
+    FailAllocations fail;
     EXPECT_FALSE(unsharp(b, CRect(0, 0, 11, 9), {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
     EXPECT_FALSE(unsharp_disc(b, CPoint(5, 5), 4, {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
     EXPECT_EQ(b.rows(), before);
@@ -147,11 +146,11 @@ TEST(Unsharp, StreamedGivesThePlainBytesAndChangesOnlyItsArea)
         const Buf before(w, h, bpp, static_cast<uint32_t>(iter + 1));
         Buf plain = before, fast = before;
         auto run = [&](Buf &b) { return disc ? unsharp_disc(b, centre, R, p) : unsharp(b, rc, p); };
-        const auto [ok_plain, ok_fast] = proc_test::plain_and_fast([&](bool f) { return run(f ? fast : plain); }, iter % 2 ? 3 : 1);
+        const auto [ok_plain, ok_fast] = plain_and_fast([&](bool f) { return run(f ? fast : plain); }, iter % 2 ? 3 : 1);
         ASSERT_TRUE(ok_plain && ok_fast) << iter;
-        ASSERT_EQ(proc_test::first_difference(plain, fast), "") << "iteration " << iter << ": " << w << "x" << h << "x" << bpp;
+        ASSERT_EQ(first_difference(plain, fast), "") << "iteration " << iter << ": " << w << "x" << h << "x" << bpp;
         SCOPED_TRACE(iter);
-        proc_test::expect_in_rect(before, plain, rc, [&](int, long x, long r, int c) { return plain.get(x, r, c); });
+        expect_in_rect(before, plain, rc, [&](int, long x, long r, int c) { return plain.get(x, r, c); });
         ASSERT_TRUE(fast.intact());
     }
 }
