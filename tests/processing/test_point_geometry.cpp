@@ -185,7 +185,7 @@ TEST(QuickRotate, MappingsAtEachDepthAndRefusals)
     EXPECT_TRUE(CTraitementImg_8_Bpp().QuickRotate(CTraitementImgBase::e_Angle180, 3, 0, nullptr, rc, 3, 0, nullptr));
 }
 
-TEST(QuickRotate, ImageFormSwapsInTheTurnedPicture)
+TEST(QuickRotate, ImageFormSwapsInTheTurnedPictureAndDoesNotCompareDepths)
 {
     CTraitementImg_8_Bpp p;
     CDibRoot image(CSize(100, 50), 8), empty;
@@ -201,13 +201,10 @@ TEST(QuickRotate, ImageFormSwapsInTheTurnedPicture)
     EXPECT_FALSE(p.QuickRotate(static_cast<CTraitementImgBase::e_angle>(3), &image));
     EXPECT_EQ(image.Width(), 50);
     EXPECT_FALSE(p.QuickRotate(CTraitementImgBase::e_Angle90, nullptr) || p.QuickRotate(CTraitementImgBase::e_Angle180, &empty));
-}
 
-// Unlike the other image forms, the quarter turn does not compare depths: an 8-bit processor
-// turns a 24-bit image as rows of 8-bit pixels. A deeper processor would walk past the rows:
-// refused, image unchanged.
-TEST(QuickRotate, ImageFormDoesNotCompareDepths)
-{
+    // Unlike the other image forms, the quarter turn does not compare depths: an 8-bit processor
+    // turns a 24-bit image as rows of 8-bit pixels. A deeper processor would walk past the rows:
+    // refused, image unchanged.
     CDibRoot colour(CSize(6, 4), 24), grey(CSize(6, 4), 8);
     image_bytes(colour, 5);
     EXPECT_TRUE(CTraitementImg_8_Bpp().QuickRotate(CTraitementImgBase::e_Angle90, &colour));
