@@ -189,7 +189,7 @@ TEST_F(CliProcess, FailuresAreOneLineMessagesAndLeaveNoPartialOutput)
               (std::vector<std::string>{"cut.bmp", "in.bmp", "notes.bmp", "out.bmp", "rle.bmp"}));
 
     // Named as the output, the input is replaced by the result.
-    const CliRun r = run_ok({"process", in, in, "--negative"}, dir);
+    run_ok({"process", in, in, "--negative"}, dir);
     EXPECT_NE(read_file(in), before);
 }
 
