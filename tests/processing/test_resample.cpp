@@ -42,7 +42,7 @@ TEST(Resample, EqualSizeCopiesEveryByte)
 // x1 clamped to 1 (25.25 -> 25, 30.5 -> 30, 35.5 -> 35). Midpoints at every depth, each byte of a
 // 24-bit pixel on its own: 10.5 -> 10, 1000.5 -> 1000, and at 24 bits 10.5, 127.5, 150 -> 10,
 // 127, 150.
-TEST(Resample, EnlargementsAreBilinearAndTruncated)
+TEST(Resample, EnlargementsAndMixedScalesAreBilinear)
 {
     struct Case { int bpp; long w, h, w2, h2; std::vector<int> in, out; };
     const Case cases[] = {
@@ -66,11 +66,7 @@ TEST(Resample, EnlargementsAreBilinearAndTruncated)
                 EXPECT_EQ(got, k.out) << k.bpp << " bits, mode " << int(mode) << (simple ? ", simple" : "");
                 EXPECT_TRUE(dst.intact());
             }
-}
-
-// A reduction across with an enlargement down is bilinear even with a mode.
-TEST(Resample, MixedScalesAreBilinear)
-{
+    // A reduction across with an enlargement down is bilinear even with a mode.
     Buf src(9, 2, 8, 5), a(4, 5, 8), b(4, 5, 8);
     ASSERT_TRUE(resample(src, a, 0, true) && resample(src, b, 3, true));
     EXPECT_EQ(a.rows(), b.rows());

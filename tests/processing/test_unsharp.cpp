@@ -32,7 +32,7 @@ bool unsharp_disc(Buf &b, CPoint centre, long R, Params p)
 
 } // namespace
 
-TEST(Unsharp, ParameterRefusals)
+TEST(Unsharp, RefusalsAndAllocationFailureLeaveTheImage)
 {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const Params bad[] = {
@@ -48,6 +48,13 @@ TEST(Unsharp, ParameterRefusals)
     for (const Params &p : bad)
         EXPECT_FALSE(unsharp(b, CRect(0, 0, 8, 8), p) || unsharp_disc(b, CPoint(4, 4), 3, p));
     EXPECT_EQ(b.rows(), before);
+    // Good parameters, but no memory.
+    Buf colour(12, 10, 24, 8);
+    const auto colour0 = colour.rows();
+    FailAllocations fail;
+    EXPECT_FALSE(unsharp(colour, CRect(0, 0, 11, 9), {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
+    EXPECT_FALSE(unsharp_disc(colour, CPoint(5, 5), 4, {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
+    EXPECT_EQ(colour.rows(), colour0);
 }
 
 // Radius 1 on a flat image over the whole image: the Gaussian keeps it flat, the ramp (weights
@@ -109,16 +116,6 @@ TEST(Unsharp, DiscCopyBackRowsAreOneRowOff)
     expected.set_row(4, {100, 100, 99, 100, 100});
     ASSERT_TRUE(unsharp_disc(b, CPoint(2, 2), 2, {1.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
     EXPECT_EQ(b.rows(), expected.rows());
-}
-
-TEST(Unsharp, AllocationFailureLeavesTheImage)
-{
-    Buf b(12, 10, 24, 8);
-    const auto before = b.rows();
-    FailAllocations fail;
-    EXPECT_FALSE(unsharp(b, CRect(0, 0, 11, 9), {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
-    EXPECT_FALSE(unsharp_disc(b, CPoint(5, 5), 4, {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
-    EXPECT_EQ(b.rows(), before);
 }
 
 // The streamed schedule (no planes, rows in rings, strips on threads) against the plain steps at
