@@ -115,8 +115,8 @@ public:
     kevra::CxImage * store() { return Donne_pCxImage(); }
 };
 
-// run(false) on the plain path, then run(true) on the fast path with `threads` threads (one
-// again afterwards): the two results, plain first.
+// run(false) on the plain path, then run(true) on the fast path with `threads` threads (the
+// previous count again afterwards): the two results, plain first.
 template <class F>
 std::pair<bool, bool> plain_and_fast(F && run, unsigned threads = 1)
 {
@@ -126,9 +126,10 @@ std::pair<bool, bool> plain_and_fast(F && run, unsigned threads = 1)
         plain = run(false);
     }
     kevra::detail::FastPathScope on(true);
+    const unsigned previous = kevra::platform::thread_count();
     kevra::platform::set_thread_count(threads);
     const bool fast = run(true);
-    kevra::platform::set_thread_count(1);
+    kevra::platform::set_thread_count(previous);
     return {plain, fast};
 }
 
