@@ -5,7 +5,6 @@
 #include <cstring>
 #include <functional>
 
-#include "core/fast_path.h"
 #include "kevra/lut.h"
 #include "processing/detail/colour_walk.h"
 #include "processing_test.h"
@@ -348,14 +347,13 @@ TEST(ColourMemo, PublicFormsAndAllocationFallback)
             auto call = [&](Buf &b) {
                 return op == 0 ? t.ReglageTeinte(150, b.w, b.h, b.bits(), rc) : t.ReglageLuminance(130, b.w, b.h, b.bits(), rc);
             };
-            {
-                detail::FastPathScope off(false);
-                EXPECT_TRUE(call(plain));
-            }
-            detail::FastPathScope on(true);
-            FailAllocations fail([mode](std::size_t) { return mode == 1; });
-            EXPECT_TRUE(call(other));
-            EXPECT_FALSE(mode == 1 && run_model(true, other, rc, 1.0, detail::scale_lightness));
+            const auto [ok_plain, ok_fast] = plain_and_fast([&](bool fast) {
+                FailAllocations fail([&](std::size_t) { return fast && mode == 1; });
+                const bool ok = call(fast ? other : plain);
+                EXPECT_FALSE(fast && mode == 1 && run_model(true, other, rc, 1.0, detail::scale_lightness));
+                return ok;
+            });
+            EXPECT_TRUE(ok_plain && ok_fast);
             EXPECT_EQ(first_difference(plain, other), "") << op << mode;
         }
 }
