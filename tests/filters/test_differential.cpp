@@ -8,13 +8,13 @@
 #include <random>
 #include <vector>
 
-#include "core/fast_path.h"
 #include "filters/detail/convolution.h"
 #include "kevra/dib.h"
 #include "kevra/filtre.h"
 #include "kevra/platform.h"
 
 #include "filters/plane.h"
+#include "support/kevra_test.h"
 
 namespace kevra {
 namespace {
@@ -66,17 +66,9 @@ TEST(FiltreDifferential, FastPathGivesThePlainBytes)
         // The fast path on one thread or on three (odd strip heights, halos at the strip edges).
         const unsigned threads = iter % 2 ? 3 : 1;
         GuardedPlane src(w, h, channels, static_cast<uint32_t>(iter + 1)), plain(w, h, channels), fast(w, h, channels);
-        bool ok_plain = false, ok_fast = false;
-        {
-            detail::FastPathScope off(false);
-            ok_plain = f->FiltrerBufferSimple(w, h, src.data(), plain.data(), rect, bitCount);
-        }
-        {
-            detail::FastPathScope on(true);
-            platform::set_thread_count(threads);
-            ok_fast = f->FiltrerBufferSimple(w, h, src.data(), fast.data(), rect, bitCount);
-            platform::set_thread_count(1);
-        }
+        const auto [ok_plain, ok_fast] = kevra_test::plain_and_fast(
+            [&](bool on) { return f->FiltrerBufferSimple(w, h, src.data(), (on ? fast : plain).data(), rect, bitCount); },
+            threads);
         ASSERT_TRUE(ok_plain && ok_fast);
         if (!plain.same_bytes(fast)) {
             for (std::size_t i = 0; i < plain.count(); ++i)
@@ -142,17 +134,8 @@ TEST(FiltreDifferential, StreamedImageEntryGivesThePlainBytes)
         plain.SetZoneTravail(CRect(b[0], b[1], b[2], b[3]));
         fast.SetZoneTravail(CRect(b[0], b[1], b[2], b[3]));
         const float offset = static_cast<float>(rng() % 256), factor = static_cast<float>(rng() % 5) * 0.5f;
-        bool ok_plain = false, ok_fast = false;
-        {
-            detail::FastPathScope off(false);
-            ok_plain = f->FiltrerAvecOffsetFacteur(&plain, offset, factor);
-        }
-        {
-            detail::FastPathScope on(true);
-            platform::set_thread_count(iter % 2 ? 3 : 1);
-            ok_fast = f->FiltrerAvecOffsetFacteur(&fast, offset, factor);
-            platform::set_thread_count(1);
-        }
+        const auto [ok_plain, ok_fast] = kevra_test::plain_and_fast(
+            [&](bool on) { return f->FiltrerAvecOffsetFacteur(on ? &fast : &plain, offset, factor); }, iter % 2 ? 3 : 1);
         ASSERT_EQ(ok_plain, ok_fast) << iter;
         for (unsigned long i = 0; i < plain.SizeImage(); ++i)
             ASSERT_EQ(plain.GetBits()[i], fast.GetBits()[i]) << "iteration " << iter << ": " << w << "x" << h << "x" << depth

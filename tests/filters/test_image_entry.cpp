@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <random>
 #include <vector>
 
 #include "kevra/dib.h"
@@ -14,16 +13,14 @@
 namespace kevra {
 namespace {
 
+using kevra_test::image_bytes;
+
 CDib random_image(int w, int h, int bpp, uint32_t seed)
 {
     CDib dib(w, h, bpp);
-    std::mt19937 rng(seed);
-    for (unsigned long i = 0; i < dib.SizeImage(); ++i)
-        dib.GetBits()[i] = static_cast<uint8_t>(rng());
+    image_bytes(dib, seed);
     return dib;
 }
-
-std::vector<uint8_t> pixels(CDib &dib) { return std::vector<uint8_t>(dib.GetBits(), dib.GetBits() + dib.SizeImage()); }
 
 uint16_t &grey16(CDib &dib, int x, int row) { return reinterpret_cast<uint16_t *>(dib.GetBits() + row * dib.Pitch())[x]; }
 
@@ -65,7 +62,7 @@ TEST(FiltreImage, GaussianIgnoresOffsetAndFactor)
         CFiltre f(CFiltre::Filtre_Gaussien, 5, 1.0f), g(CFiltre::Filtre_Gaussien, 5, 1.0f);
         ASSERT_TRUE(f.Filtrer(&a));
         ASSERT_TRUE(g.FiltrerAvecOffsetFacteur(&b, 50.0f, 2.0f));
-        EXPECT_EQ(pixels(a), pixels(b)) << bpp;
+        EXPECT_EQ(image_bytes(a), image_bytes(b)) << bpp;
     }
 }
 
@@ -74,7 +71,7 @@ TEST(FiltreImage, GaussianIgnoresOffsetAndFactor)
 TEST(FiltreImage, OnlyTheWorkingZoneChanges)
 {
     CDib dib = random_image(10, 9, 24, 6);
-    const std::vector<uint8_t> before = pixels(dib);
+    const std::vector<uint8_t> before = image_bytes(dib);
     dib.SetZoneTravail(CRect(3, 1, 6, 5)); // buffer rows 3..7
     CFiltre f(CFiltre::Filtre_Moyenne, 3, 0.0f);
     ASSERT_TRUE(f.Filtrer(&dib));
@@ -97,7 +94,7 @@ TEST(FiltreImage, RefusalsLeaveTheImageUnchanged)
 {
     CFiltre f(CFiltre::Filtre_Gaussien, 3, 1.0f), invalid;
     CDib empty, dib = random_image(6, 4, 16, 7);
-    const std::vector<uint8_t> before = pixels(dib);
+    const std::vector<uint8_t> before = image_bytes(dib);
     EXPECT_FALSE(f.Filtrer(nullptr));
     EXPECT_FALSE(f.Filtrer(&empty));
     EXPECT_FALSE(invalid.Filtrer(&dib));
@@ -105,7 +102,7 @@ TEST(FiltreImage, RefusalsLeaveTheImageUnchanged)
         kevra_test::FailAllocations fail;
         EXPECT_FALSE(f.Filtrer(&dib));
     }
-    EXPECT_EQ(pixels(dib), before);
+    EXPECT_EQ(image_bytes(dib), before);
 }
 
 } // namespace

@@ -5,33 +5,18 @@
 #include <cstdint>
 #include <cstring>
 
-#include "image/ximage.h"
 #include "kevra/dib.h"
 #include "kevra/platform.h"
 #include "support/kevra_test.h"
 
 using namespace kevra;
+using kevra_test::Bytes;
+using kevra_test::DibProbe;
 using kevra_test::read_file;
 using kevra_test::TempDir;
 using kevra_test::write_file;
 
 namespace {
-
-class DibProbe : public CDibRoot {
-public:
-    using CDibRoot::CDibRoot;
-    CxImage * store() { return Donne_pCxImage(); }
-};
-
-// Little-endian byte builder for hand-made files.
-struct Bytes {
-    std::vector<uint8_t> v;
-    Bytes & u8(uint32_t x) { return v.push_back(static_cast<uint8_t>(x)), *this; }
-    Bytes & u16(uint32_t x) { return u8(x).u8(x >> 8); }
-    Bytes & u32(uint32_t x) { return u16(x).u16(x >> 16); }
-    Bytes & fill(std::size_t n, uint8_t value) { return v.insert(v.end(), n, value), *this; }
-    Bytes & append(const std::vector<uint8_t> & more) { return v.insert(v.end(), more.begin(), more.end()), *this; }
-};
 
 std::vector<uint8_t> info_header(int32_t w, int32_t h, uint16_t bpp, uint32_t compression = 0, uint32_t size_image = 0,
                                  uint32_t clr_used = 0, int32_t x_pels = 2835, int32_t y_pels = 2835)
@@ -119,14 +104,6 @@ TEST(BmpCodec, RoundTripEveryDepth)
         for (int i = 0; bpp == 16 && i < 5 * 7; ++i)
             EXPECT_EQ(view[i / 7 * 8 + i % 7], back.GetPixelPtr(i % 7, i / 7)[1]) << i;
     }
-}
-
-TEST(BmpCodec, StreamWithoutFileHeaderIsReadAsAPackedBitmap)
-{
-    CDibRoot d;
-    ASSERT_TRUE(load_bytes(d, Bytes().append(info_header(2, 1, 8)).append(grey_palette()).u8(7).u8(9).fill(2, 0).v));
-    EXPECT_EQ(d.GetBits()[0], 7);
-    EXPECT_EQ(d.GetBits()[1], 9);
 }
 
 // Hostile, unsupported or unallocatable headers: the text says why and the
@@ -243,51 +220,52 @@ TEST(BmpCodec, FormatCodes)
     EXPECT_STREQ(missing.GetLastError(), "");
 }
 
-// The core header is rebuilt as a 40-byte one, so its 3-byte palette entries
-// are read 4 bytes at a time, unconverted.
-TEST(BmpCodec, CoreHeaderPaletteReadAsFourByteEntries)
+// Hand-made files of the forms the codec converts, and the bytes they give from `from` bytes
+// before the pixels on. A stream without the file header is read as a packed bitmap. The core
+// header is rebuilt as a 40-byte one, so its 3-byte palette entries are read 4 bytes at a time,
+// unconverted. 32-bit bit fields become 24-bit pixels, every fourth byte dropped. 16-bit masks
+// (compression 3) are read at the bits offset, then ignored.
+TEST(BmpCodec, ConvertedFormsGiveTheseBytes)
 {
-    Bytes b;
-    b.u8('B').u8('M').u32(0).u32(0).u32(14 + 12 + 6);
-    b.u32(12).u16(8).u16(1).u16(1).u16(1); // 8 x 1, 1 bit
-    b.u8(1).u8(2).u8(3).u8(4).u8(5).u8(6); // two 3-byte entries
-    b.u8(0xF0).fill(3, 0).fill(20, 0);     // one row, then room for the 40-byte read
-    CDibRoot d;
-    ASSERT_TRUE(load_bytes(d, b.v)) << d.GetLastError();
-    EXPECT_EQ(d.Size(), CSize(8, 1));
-    EXPECT_EQ(d.BitCount(), 1);
-    EXPECT_EQ(std::vector<uint8_t>(d.GetBits() - 8, d.GetBits() + 1),
-              (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 0xF0, 0, 0xF0}));
-}
-
-// The conversion drops every fourth byte; the 16-byte scratch buffer alone
-// refused gives the lower-case text.
-TEST(BmpCodec, ThirtyTwoBitBitfieldsBecomeTwentyFour)
-{
-    Bytes b = file_header(54 + 12, 16, info_header(2, 2, 32, 3));
-    b.u32(0xFF0000).u32(0xFF00).u32(0xFF);
+    Bytes thirty_two = file_header(54 + 12, 16, info_header(2, 2, 32, 3)).u32(0xFF0000).u32(0xFF00).u32(0xFF);
     for (int i = 0; i < 16; ++i)
-        b.u8(i + 1);
-    CDibRoot d, e(CSize(1, 1), 8);
-    ASSERT_TRUE(load_bytes(d, b.v));
-    EXPECT_EQ(d.BitCount(), 24);
-    EXPECT_EQ(std::vector<uint8_t>(d.GetBits(), d.GetBits() + 16),
-              (std::vector<uint8_t>{1, 2, 3, 5, 6, 7, 0, 0, 9, 10, 11, 13, 14, 15, 0, 0}));
-
-    auto previous = platform::set_allocation_hook([](std::size_t bytes) { return bytes == 16; });
-    EXPECT_FALSE(load_bytes(e, b.v));
-    platform::set_allocation_hook(previous);
+        thirty_two.u8(i + 1);
+    const struct {
+        const char * name;
+        std::vector<uint8_t> file;
+        CSize size;
+        int bpp, from;
+        std::vector<uint8_t> bytes;
+    } cases[] = {
+        {"packed", Bytes().append(info_header(2, 1, 8)).append(grey_palette()).u8(7).u8(9).fill(2, 0).v, CSize(2, 1),
+         8, 0, {7, 9}},
+        // 8 x 1 pixels of 1 bit, two 3-byte entries, one row, then room for the 40-byte read.
+        {"core header",
+         Bytes().u8('B').u8('M').u32(0).u32(0).u32(14 + 12 + 6).u32(12).u16(8).u16(1).u16(1).u16(1)
+             .u8(1).u8(2).u8(3).u8(4).u8(5).u8(6).u8(0xF0).fill(23, 0).v,
+         CSize(8, 1), 1, -8, {1, 2, 3, 4, 5, 6, 0xF0, 0, 0xF0}},
+        {"32-bit bit fields", thirty_two.v, CSize(2, 2), 24, 0, {1, 2, 3, 5, 6, 7, 0, 0, 9, 10, 11, 13, 14, 15, 0, 0}},
+        {"16-bit masks",
+         file_header(54 + 1024, 16, info_header(2, 1, 16, 3)).append(grey_palette()).u32(0xF800).u32(0x7E0).u32(0x1F)
+             .u16(0x1234).u16(0xABCD).v,
+         CSize(2, 1), 16, 0, {0x34, 0x12, 0xCD, 0xAB}},
+    };
+    for (const auto & c : cases) {
+        SCOPED_TRACE(c.name);
+        CDibRoot d;
+        ASSERT_TRUE(load_bytes(d, c.file)) << d.GetLastError();
+        EXPECT_EQ(d.Size(), c.size);
+        EXPECT_EQ(d.BitCount(), c.bpp);
+        EXPECT_EQ(std::vector<uint8_t>(d.GetBits() + c.from, d.GetBits() + c.from + c.bytes.size()), c.bytes);
+    }
+    // The 32-bit conversion's 16-byte scratch buffer alone refused gives the lower-case text.
+    CDibRoot e(CSize(1, 1), 8);
+    {
+        kevra_test::FailAllocations fail([](std::size_t bytes) { return bytes == 16; });
+        EXPECT_FALSE(load_bytes(e, thirty_two.v));
+    }
     EXPECT_STREQ(e.GetLastError(), "can't allocate memory");
     EXPECT_EQ(e.BitCount(), 8);
-}
-
-// Compression 3: the masks are read at the bits offset, then ignored.
-TEST(BmpCodec, SixteenBitMasksAreReadButIgnored)
-{
-    Bytes b = file_header(54 + 1024, 16, info_header(2, 1, 16, 3)).append(grey_palette());
-    CDibRoot d;
-    ASSERT_TRUE(load_bytes(d, b.u32(0xF800).u32(0x7E0).u32(0x1F).u16(0x1234).u16(0xABCD).v));
-    EXPECT_EQ(std::vector<uint8_t>(d.GetBits(), d.GetBits() + 4), (std::vector<uint8_t>{0x34, 0x12, 0xCD, 0xAB}));
 }
 
 // An 8-bit packed bitmap without a colour count gets 256 written into the

@@ -4,20 +4,13 @@
 
 #include <cstring>
 
-#include "image/ximage.h"
 #include "kevra/dib.h"
 #include "support/kevra_test.h"
 
 using namespace kevra;
+using kevra_test::DibProbe;
 
 namespace {
-
-// Exposes the store for checks the public API cannot make.
-class DibProbe : public CDibRoot {
-public:
-    using CDibRoot::CDibRoot;
-    CxImage * store() { return Donne_pCxImage(); }
-};
 
 uint16_t sample16(CDibRoot & d, int x, int y)
 {
@@ -59,7 +52,7 @@ TEST(DibCore, CreationGeometryAndPalettePerDepth)
     EXPECT_FALSE(eight.IsGrayScale());
 }
 
-TEST(DibCore, EmptyImage)
+TEST(DibCore, EmptyImageWorkingZoneAndPointInSelection)
 {
     CDibRoot e, src(CSize(2, 2), 8);
     EXPECT_EQ(e.Width() + e.Height() + e.BitCount() + e.Pitch() + e.GetXPelsPerMeter(), 0u);
@@ -71,21 +64,18 @@ TEST(DibCore, EmptyImage)
     EXPECT_FALSE(e.PointInSelection(p));
     EXPECT_FALSE(e.Copy(src, true, true, true));
     EXPECT_EQ(e.Width(), 0);
-}
 
-// The zone is normalised and clamped; PointInSelection only asks whether the
-// point lies in the image, whatever the zone.
-TEST(DibCore, WorkingZoneAndPointInSelection)
-{
+    // The zone is normalised and clamped; PointInSelection only asks whether the point lies in
+    // the image, whatever the zone.
     CDibRoot d(CSize(100, 50), 8);
     EXPECT_EQ(d.BoundingRectangle(), CRect(0, 0, 99, 49));
     d.SetZoneTravail(CRect(50, 40, -10, 500));
     EXPECT_EQ(d.BoundingRectangle(), CRect(0, 40, 50, 49));
     CPoint inside[] = {{0, 0}, {99, 49}}, outside[] = {{100, 0}, {0, 50}, {-1, 0}};
-    for (CPoint & p : inside)
-        EXPECT_TRUE(d.PointInSelection(p));
-    for (CPoint & p : outside)
-        EXPECT_FALSE(d.PointInSelection(p));
+    for (CPoint & q : inside)
+        EXPECT_TRUE(d.PointInSelection(q));
+    for (CPoint & q : outside)
+        EXPECT_FALSE(d.PointInSelection(q));
 }
 
 TEST(DibCore, AssignmentSharesOneStoreAndSwapExchangesStores)

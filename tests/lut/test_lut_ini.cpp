@@ -13,23 +13,7 @@
 using namespace kevra;
 namespace fs = std::filesystem;
 
-namespace {
-
-std::string text_of(const std::string &path)
-{
-    const std::vector<uint8_t> bytes = kevra_test::read_file(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
-bool same_tables(const CLUT_24_Bpp &a, const CLUT_24_Bpp &b)
-{
-    for (int i = 0; i < 256; ++i)
-        if (a.Donne_Rouge()[i] != b.Donne_Rouge()[i] || a.Donne_Vert()[i] != b.Donne_Vert()[i] || a.Donne_Bleu()[i] != b.Donne_Bleu()[i])
-            return false;
-    return true;
-}
-
-} // namespace
+using kevra_test::lut_entries;
 
 // Keys RGB0 .. RGB255 with "r,g,b" values, section "RGBLut" by default. The file and section
 // given last are kept, and copied with the table; an existing file keeps its other sections and
@@ -40,14 +24,14 @@ TEST(LutIni, SaveThenReadRestoresTheTable)
     const std::wstring file = dir.wfile("table.ini");
     CLUT_24_Bpp saved(e_Palette22), read1;
     ASSERT_TRUE(saved.Sauvegarde_INI(file.c_str(), nullptr));
-    std::string text = text_of(dir.file("table.ini"));
+    std::string text = kevra_test::read_text(dir.file("table.ini"));
     EXPECT_EQ(text.find("[RGBLut]\nRGB0=0,0,0\nRGB1=4,1,1\n"), 0u);
     EXPECT_NE(text.find("\nRGB64=255,0,64\n"), std::string::npos);
     EXPECT_NE(text.find("\nRGB255=252,253,255\n"), std::string::npos);
     EXPECT_TRUE(read1.Lecture_INI(file.c_str(), L"RGBLut"));
-    EXPECT_TRUE(same_tables(read1, saved));
+    EXPECT_EQ(lut_entries(read1), lut_entries(saved));
     CLUT_24_Bpp read2(file.c_str(), nullptr); // the constructor reads too
-    EXPECT_TRUE(same_tables(read2, saved));
+    EXPECT_EQ(lut_entries(read2), lut_entries(saved));
 
     std::ofstream(dir.file("app.ini")) << "; notes\n[Affichage]\nZoom=2\n\n[autre]\nRGB5=1,2,3\nCle=x\n";
     ASSERT_TRUE(saved.Sauvegarde_INI(dir.wfile("app.ini").c_str(), L"Autre"));
@@ -56,8 +40,8 @@ TEST(LutIni, SaveThenReadRestoresTheTable)
     CLUT_24_Bpp copy(saved);
     copy.SetPalette(e_Palette11);
     ASSERT_TRUE(copy.Lecture_INI());
-    EXPECT_TRUE(same_tables(copy, CLUT_24_Bpp(e_Palette23)));
-    text = text_of(dir.file("app.ini"));
+    EXPECT_EQ(lut_entries(copy), lut_entries(CLUT_24_Bpp(e_Palette23)));
+    text = kevra_test::read_text(dir.file("app.ini"));
     EXPECT_EQ(text.find("; notes\n[Affichage]\nZoom=2\n"), 0u);
     EXPECT_NE(text.find("\nRGB5=0,0,5\n"), std::string::npos);
     EXPECT_NE(text.find("\nCle=x\n"), std::string::npos);
@@ -91,7 +75,7 @@ TEST(LutIni, FailuresChangeNothing)
     kevra_test::TempDir dir;
     CLUT_24_Bpp lut(e_Palette21);
     EXPECT_FALSE(lut.Lecture_INI(dir.wfile("absent.ini").c_str(), nullptr));
-    EXPECT_TRUE(same_tables(lut, CLUT_24_Bpp(e_Palette21)));
+    EXPECT_EQ(lut_entries(lut), lut_entries(CLUT_24_Bpp(e_Palette21)));
     EXPECT_FALSE(fs::exists(dir.file("absent.ini")));
     EXPECT_FALSE(lut.Sauvegarde_INI(dir.wfile("no/such/dir.ini").c_str(), nullptr));
 
@@ -118,7 +102,7 @@ TEST(LutIni, DefaultFileLivesUnderTheConfigDirectory)
     EXPECT_TRUE(lut.Sauvegarde_INI());
     EXPECT_TRUE(fs::exists(dir.path() / "kevra" / "kevra_tests_lut.ini"));
     EXPECT_TRUE(back.Lecture_INI());
-    EXPECT_TRUE(same_tables(back, lut));
+    EXPECT_EQ(lut_entries(back), lut_entries(lut));
     CLUT_24_Bpp::SetFichierIniDefaut(dir.wfile("app.ini").c_str());
     EXPECT_TRUE(lut.Sauvegarde_INI());
     EXPECT_TRUE(fs::exists(dir.file("app.ini")));

@@ -52,7 +52,7 @@ Rgb palette(int code, int i)
 
 } // namespace
 
-TEST(Lut, GreyConstructionFromArraysAndCopies)
+TEST(Lut, ConstructionFromArraysAndCopies)
 {
     unsigned char src8[256];
     std::vector<unsigned short> src16(65536);
@@ -71,6 +71,26 @@ TEST(Lut, GreyConstructionFromArraysAndCopies)
         ASSERT_EQ(from16[i], i < 32768 ? 65535 - i : 0) << i;
         ASSERT_EQ(copy16[i], from16[i]);
         ASSERT_EQ(id16[i], i);
+    }
+    // Colour tables from 256 quads (blue, green, red, reserved), from three grey tables (a missing
+    // one is the identity), copied and assigned; any other quad count gives the identity.
+    std::vector<tagRGBQUAD> q(256);
+    for (int i = 0; i < 256; ++i)
+        q[i] = tagRGBQUAD{static_cast<uint8_t>(i / 2), static_cast<uint8_t>(255 - i), static_cast<uint8_t>(i ^ 0x55), 7};
+    const CLUT_24_Bpp fromQuads(q.data(), 256), wrongCount(q.data(), 255);
+    CLUT_8_Bpp r, g;
+    r.SetContraste(2.0f);
+    g.SetContraste(0.0f);
+    const CLUT_24_Bpp fromChannels(&r, &g, nullptr), copy(fromQuads);
+    CLUT_24_Bpp assigned;
+    assigned = fromQuads;
+    for (int i = 0; i < 256; ++i) {
+        const Rgb want{i ^ 0x55, 255 - i, i / 2};
+        ASSERT_EQ(entry(fromQuads, i), want) << i;
+        ASSERT_EQ(entry(copy, i), want) << i;
+        ASSERT_EQ(entry(assigned, i), want) << i;
+        ASSERT_EQ(entry(wrongCount, i), (Rgb{i, i, i})) << i;
+        ASSERT_EQ(entry(fromChannels, i), (Rgb{r[i], 0, i})) << i;
     }
 }
 
@@ -172,7 +192,7 @@ TEST(Lut, CopierAndCombinerTakeOnlyTheSameClass)
     EXPECT_TRUE(a.IsLinear45());
 }
 
-// Every entry of every palette, read through Donne_RGBQUAD.
+// Every entry of every palette, read through Donne_RGBQUAD; unknown codes.
 TEST(Lut, PalettesThroughDonneRGBQUAD)
 {
     kevra_test::CaptureMessageBoxes quiet;
@@ -192,10 +212,7 @@ TEST(Lut, PalettesThroughDonneRGBQUAD)
     EXPECT_FALSE(lut.Donne_RGBQUAD(out.data(), 255) || lut.Donne_RGBQUAD(out.data(), 257));
     EXPECT_EQ(out[0].rgbBlue, 9);
     EXPECT_FALSE(lut.Donne_RGBQUAD(nullptr, 256));
-}
-
-TEST(Lut, UnknownPaletteShowsMessageAndKeepsTables)
-{
+    // An unknown code shows a message and keeps the tables.
     for (int code : {0, 10, 13, 20, 24, -1}) {
         kevra_test::CaptureMessageBoxes capture;
         CLUT_24_Bpp lut(e_Palette22);
@@ -209,28 +226,6 @@ TEST(Lut, UnknownPaletteShowsMessageAndKeepsTables)
     EXPECT_EQ(capture.texts.size(), 1u);
     for (int i = 0; i < 256; ++i)
         ASSERT_EQ(entry(constructed, i), palette(11, i));
-}
-
-TEST(Lut, ColourConstructors)
-{
-    std::vector<tagRGBQUAD> q(256);
-    for (int i = 0; i < 256; ++i)
-        q[i] = tagRGBQUAD{static_cast<uint8_t>(i / 2), static_cast<uint8_t>(255 - i), static_cast<uint8_t>(i ^ 0x55), 7};
-    const CLUT_24_Bpp fromQuads(q.data(), 256), wrongCount(q.data(), 255);
-    CLUT_8_Bpp r, g;
-    r.SetContraste(2.0f);
-    g.SetContraste(0.0f);
-    const CLUT_24_Bpp fromChannels(&r, &g, nullptr), copy(fromQuads);
-    CLUT_24_Bpp assigned;
-    assigned = fromQuads;
-    for (int i = 0; i < 256; ++i) {
-        const Rgb want{i ^ 0x55, 255 - i, i / 2};
-        ASSERT_EQ(entry(fromQuads, i), want) << i;
-        ASSERT_EQ(entry(copy, i), want) << i;
-        ASSERT_EQ(entry(assigned, i), want) << i;
-        ASSERT_EQ(entry(wrongCount, i), (Rgb{i, i, i})) << i;
-        ASSERT_EQ(entry(fromChannels, i), (Rgb{r[i], 0, i})) << i;
-    }
 }
 
 // Each level is its channel's contrast (x + 100) * 0.01 in single precision; the other

@@ -133,19 +133,8 @@ inline std::string first_difference(const Buf &a, const Buf &b)
 }
 
 using kevra_test::FailAllocations;
-
-// An image's pixel bytes; with a seed, first filled with random bytes.
-inline std::vector<uint8_t> image_bytes(kevra::CDibRoot &image, uint32_t seed = 0)
-{
-    uint8_t *bits = image.GetBits();
-    const std::size_t n = bits ? static_cast<std::size_t>(image.Pitch()) * image.Height() : 0;
-    std::mt19937 rng(seed);
-    for (std::size_t i = 0; seed != 0 && i < n; ++i)
-        bits[i] = static_cast<uint8_t>(rng());
-    std::vector<uint8_t> v(bits, bits + n);
-    image.ReleaseBits();
-    return v;
-}
+using kevra_test::image_bytes;
+using kevra_test::plain_and_fast;
 
 } // namespace proc_test
 

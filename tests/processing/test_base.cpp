@@ -8,8 +8,7 @@
 #include "processing_test.h"
 
 using namespace kevra;
-using proc_test::Buf;
-using proc_test::image_bytes;
+using namespace proc_test;
 
 namespace {
 
@@ -76,7 +75,7 @@ TEST(ProcessingBase, ConvertRoundTripEveryDepthInsideTheRectangleOnly)
         }
         plane[(1 + w) * ch] = bpp == 16 ? 65537.9f : 300.7f;
         ASSERT_TRUE(b.ConvertToBits(w, h, buf.bits(), plane.data(), rc));
-        proc_test::expect_in_rect(before, buf, rc, [&](int old, long x, long r, int c) {
+        expect_in_rect(before, buf, rc, [&](int old, long x, long r, int c) {
             return x == 1 && r == 1 && c == 0 ? (bpp == 16 ? 1 : 44) : old;
         });
     }
@@ -145,7 +144,7 @@ TEST(Tone, EachAdjustmentUsesItsTriple)
                     buf.set(p % 256, p / 256, static_cast<int>(p), c);
             const Buf before = buf;
             CRect rc(0, 0, 255, 255);
-            ASSERT_TRUE(proc_test::on_depth(bpp, [&](CTraitementImg &p) {
+            ASSERT_TRUE(on_depth(bpp, [&](CTraitementImg &p) {
                 return k.which == 0 ? p.ReglageLuminosite(k.v, buf.w, buf.h, buf.bits(), rc)
                      : k.which == 1 ? p.ReglageContraste(k.v, buf.w, buf.h, buf.bits(), rc)
                      : k.which == 2 ? p.ReglageGamma(k.v, buf.w, buf.h, buf.bits(), rc)
@@ -155,7 +154,7 @@ TEST(Tone, EachAdjustmentUsesItsTriple)
             CLUT_16_Bpp t16;
             t8.SetLuminositeConstrateGamma(k.l, k.c, k.g);
             t16.SetLuminositeConstrateGamma(k.l, k.c, k.g);
-            proc_test::expect_in_rect(before, buf, rc, [&](int v, long, long, int) { return bpp == 16 ? t16[v] : t8[v]; });
+            expect_in_rect(before, buf, rc, [&](int v, long, long, int) { return bpp == 16 ? t16[v] : t8[v]; });
         }
 }
 

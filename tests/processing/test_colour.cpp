@@ -5,13 +5,12 @@
 #include <cstring>
 #include <functional>
 
-#include "core/fast_path.h"
 #include "kevra/lut.h"
 #include "processing/detail/colour_walk.h"
 #include "processing_test.h"
 
 using namespace kevra;
-using proc_test::Buf;
+using namespace proc_test;
 using T = CTraitementImg_24_Bpp;
 
 namespace {
@@ -187,12 +186,12 @@ TEST(ColourAdjustments, WholeBuffers)
     for (const Case &k : cases) {
         Buf b = before;
         run_whole(k.op, b, k.inclusive);
-        proc_test::expect_in_rect(before, b, CRect(0, 0, 36, 8), k.want);
+        expect_in_rect(before, b, CRect(0, 0, 36, 8), k.want);
     }
     Buf b = before, l = before, w1 = before, w2 = before;
     run_whole(hue(100), b, false);
     int lowered = 0;
-    proc_test::expect_in_rect(before, b, CRect(0, 0, 36, 8), [&](int v, long x, long r, int c) {
+    expect_in_rect(before, b, CRect(0, 0, 36, 8), [&](int v, long x, long r, int c) {
         lowered += b.get(x, r, c) != v;
         return b.get(x, r, c) == v - 1 ? v - 1 : v;
     });
@@ -255,10 +254,10 @@ const Form kForms[] = {
 TEST(ColourImageForms, ZoneCoverageAndRefusals)
 {
     CDibRoot grey(CSize(4, 3), 8), empty, invalid;
-    const auto grey0 = proc_test::image_bytes(grey, 3);
+    const auto grey0 = image_bytes(grey, 3);
     {
         // A 24-bit store whose pixel block could not be allocated: right depth, not IsOK.
-        proc_test::FailAllocations fail(3000);
+        FailAllocations fail(3000);
         EXPECT_FALSE(invalid.Create(CSize(40, 30), 24));
     }
     ASSERT_TRUE(invalid.BitCount() == 24 && !invalid.IsOK());
@@ -275,11 +274,11 @@ TEST(ColourImageForms, ZoneCoverageAndRefusals)
         std::memcpy(got.bits(), img.GetBits(), static_cast<std::size_t>(got.pitch * got.h));
         img.ReleaseBits();
         const CRect covered(1, 1, f.inclusive ? 5 : 4, f.inclusive ? 4 : 3);
-        proc_test::expect_in_rect(before, got, covered, [&](int, long x, long r, int c) { return whole.get(x, r, c); });
+        expect_in_rect(before, got, covered, [&](int, long x, long r, int c) { return whole.get(x, r, c); });
         EXPECT_NE(got.rows(), before.rows());
         EXPECT_FALSE(f.image(t, nullptr) || f.image(t, &grey) || f.image(t, &empty) || f.image(t, &invalid));
     }
-    EXPECT_EQ(proc_test::image_bytes(grey), grey0);
+    EXPECT_EQ(image_bytes(grey), grey0);
 }
 
 namespace {
@@ -330,7 +329,7 @@ TEST(ColourMemo, SameBytesAsThePlainPath)
                     Buf plain = random_colours(c.width, c.height, ++seed, few), memo = plain;
                     run_model(false, plain, c.rect, detail::model_factor(level), model);
                     ASSERT_TRUE(run_model(true, memo, c.rect, detail::model_factor(level), model));
-                    ASSERT_EQ(proc_test::first_difference(plain, memo), "");
+                    ASSERT_EQ(first_difference(plain, memo), "");
                     ASSERT_TRUE(memo.intact());
                 }
 }
@@ -348,14 +347,13 @@ TEST(ColourMemo, PublicFormsAndAllocationFallback)
             auto call = [&](Buf &b) {
                 return op == 0 ? t.ReglageTeinte(150, b.w, b.h, b.bits(), rc) : t.ReglageLuminance(130, b.w, b.h, b.bits(), rc);
             };
-            {
-                detail::FastPathScope off(false);
-                EXPECT_TRUE(call(plain));
-            }
-            detail::FastPathScope on(true);
-            proc_test::FailAllocations fail([mode](std::size_t) { return mode == 1; });
-            EXPECT_TRUE(call(other));
-            EXPECT_FALSE(mode == 1 && run_model(true, other, rc, 1.0, detail::scale_lightness));
-            EXPECT_EQ(proc_test::first_difference(plain, other), "") << op << mode;
+            const auto [ok_plain, ok_fast] = plain_and_fast([&](bool fast) {
+                FailAllocations fail([&](std::size_t) { return fast && mode == 1; });
+                const bool ok = call(fast ? other : plain);
+                EXPECT_FALSE(fast && mode == 1 && run_model(true, other, rc, 1.0, detail::scale_lightness));
+                return ok;
+            });
+            EXPECT_TRUE(ok_plain && ok_fast);
+            EXPECT_EQ(first_difference(plain, other), "") << op << mode;
         }
 }

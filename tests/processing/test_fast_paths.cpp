@@ -4,7 +4,6 @@
 // Whole buffers are compared, padding and guard zones included, and so are the results.
 #include <cstring>
 
-#include "core/fast_path.h"
 #include "kevra/lut.h"
 #include "processing/processing_test.h"
 
@@ -12,8 +11,7 @@ namespace {
 
 using kevra::CRect;
 using kevra::CTraitementImgBase;
-using proc_test::Buf;
-using proc_test::on_depth;
+using namespace proc_test;
 
 // What one case runs: an operation of the depth's class on `buf` (and `out` for the turns),
 // with histogram counts, if any, appended to `counts`.
@@ -22,22 +20,16 @@ struct Op {
     bool (*run)(int bpp, Buf &buf, Buf &out, const CRect &rc, std::vector<long> &counts, uint32_t seed);
 };
 
-bool negative(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint32_t)
+// The negative (0) and the mirrors (1 left-right, 2 top-bottom), in place.
+template <int Which>
+bool in_place(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint32_t)
 {
     CRect r = rc;
-    return on_depth(bpp, [&](auto &t) { return t.Negatif(b.w, b.h, b.bits(), r); });
-}
-
-bool mirror_h(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint32_t)
-{
-    CRect r = rc;
-    return on_depth(bpp, [&](auto &t) { return t.Mirroir_Horizontal(b.w, b.h, b.bits(), r); });
-}
-
-bool mirror_v(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint32_t)
-{
-    CRect r = rc;
-    return on_depth(bpp, [&](auto &t) { return t.Mirroir_Vertical(b.w, b.h, b.bits(), r); });
+    return on_depth(bpp, [&](auto &t) {
+        return Which == 0   ? t.Negatif(b.w, b.h, b.bits(), r)
+               : Which == 1 ? t.Mirroir_Horizontal(b.w, b.h, b.bits(), r)
+                            : t.Mirroir_Vertical(b.w, b.h, b.bits(), r);
+    });
 }
 
 bool turn(int bpp, Buf &b, Buf &out, const CRect &rc, std::vector<long> &, uint32_t seed)
@@ -90,8 +82,9 @@ bool stretch(int bpp, Buf &b, Buf &, const CRect &rc, std::vector<long> &, uint3
     return on_depth(bpp, [&](auto &t) { return t.EgalisationHistogramme(p, q, b.w, b.h, b.bits(), r); });
 }
 
-const Op kOps[] = {{"Negatif", negative},       {"Mirroir_Horizontal", mirror_h}, {"Mirroir_Vertical", mirror_v},
-                   {"QuickRotate", turn},       {"Donne_Histogramme", histogram}, {"EgalisationHistogramme", stretch},
+const Op kOps[] = {{"Negatif", in_place<0>},          {"Mirroir_Horizontal", in_place<1>},
+                   {"Mirroir_Vertical", in_place<2>}, {"QuickRotate", turn},
+                   {"Donne_Histogramme", histogram},  {"EgalisationHistogramme", stretch},
                    {"CLUT FiltrerBuffer", table}};
 
 // A random rectangle: each edge inside, on or a little beyond the image; now and then the
@@ -136,22 +129,17 @@ TEST(FastPaths, GiveThePlainBytesOnRandomCases)
         for (const Op &op : kOps) {
             Buf plain = source, fast = source, plain_out(h, w, bpp, 3), fast_out = plain_out;
             std::vector<long> plain_counts, fast_counts;
-            bool plain_ok, fast_ok;
-            {
-                kevra::detail::FastPathScope scope(false);
-                plain_ok = op.run(bpp, plain, plain_out, rc, plain_counts, seed);
-            }
-            {
-                kevra::detail::FastPathScope scope(true);
-                fast_ok = op.run(bpp, fast, fast_out, rc, fast_counts, seed);
-            }
+            const auto [plain_ok, fast_ok] = plain_and_fast([&](bool f) {
+                return f ? op.run(bpp, fast, fast_out, rc, fast_counts, seed)
+                         : op.run(bpp, plain, plain_out, rc, plain_counts, seed);
+            });
             const std::string where = std::string(op.name) + " " + std::to_string(w) + "x" + std::to_string(h) +
                                       " at " + std::to_string(bpp) + " bits, rectangle " + std::to_string(rc.left) +
                                       "," + std::to_string(rc.top) + "," + std::to_string(rc.right) + "," +
                                       std::to_string(rc.bottom) + ", seed " + std::to_string(seed);
             ASSERT_EQ(fast_ok, plain_ok) << where;
-            ASSERT_EQ(proc_test::first_difference(fast, plain), "") << where;
-            ASSERT_EQ(proc_test::first_difference(fast_out, plain_out), "") << where;
+            ASSERT_EQ(first_difference(fast, plain), "") << where;
+            ASSERT_EQ(first_difference(fast_out, plain_out), "") << where;
             ASSERT_EQ(fast_counts, plain_counts) << where;
             ASSERT_TRUE(fast.intact() && fast_out.intact()) << where;
         }

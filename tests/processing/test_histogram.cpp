@@ -7,7 +7,7 @@
 #include "processing_test.h"
 
 using namespace kevra;
-using proc_test::Buf;
+using namespace proc_test;
 
 namespace {
 
@@ -73,7 +73,7 @@ TEST(Histogram, ColourChannelsAndLuminance)
     EXPECT_TRUE(r3 == r && g3 == g && b3 == b);
     // The image forms count the working zone.
     CDibRoot image(CSize(4, 4), 24);
-    proc_test::image_bytes(image, 9);
+    image_bytes(image, 9);
     image.SetZoneTravail(CRect(1, 1, 1, 1));
     const uint8_t *zone = image.GetPixelPtr(1, 2);
     EXPECT_TRUE(p.Donne_HistogrammeRouge(r.data(), &image) && p.Donne_Histogrammes(r3.data(), g3.data(), b3.data(), &image));
@@ -107,7 +107,7 @@ TEST(EgalisationHistogramme, PixelCountIsTheWholeBuffer)
     CRect rc(0, 0, 99, 99);
     EXPECT_TRUE(CTraitementImg_16_Bpp().EgalisationHistogramme(0.01f, 0.99f, 200, 100, buf.bits(), rc));
     EXPECT_EQ(buf.get(50, 50), 29943);
-    proc_test::expect_in_rect(before, buf, rc, [&](int, long x, long r, int) { return buf.get(x, r); });
+    expect_in_rect(before, buf, rc, [&](int, long x, long r, int) { return buf.get(x, r); });
 }
 
 // 3920 pixels at 100, 6080 at 101. p = 0.392: a = 100, T1 = 3920 -> low 100. q = 0.3945:
@@ -130,13 +130,13 @@ TEST(EgalisationHistogramme, NoCutIsIdentityAndAllocationFailureLeavesThePixels)
         Buf buf(7, 3, bpp, 5);
         const auto before = buf.rows();
         CRect all(0, 0, 6, 2);
-        EXPECT_TRUE(proc_test::on_depth(bpp, [&](auto &t) { return t.EgalisationHistogramme(0, 1, 7, 3, buf.bits(), all); }));
+        EXPECT_TRUE(on_depth(bpp, [&](auto &t) { return t.EgalisationHistogramme(0, 1, 7, 3, buf.bits(), all); }));
         EXPECT_EQ(buf.rows(), before) << bpp;
     }
     Buf buf = stretch_case16();
     const auto before = buf.rows();
     CRect all(0, 0, 99, 99);
-    proc_test::FailAllocations fail(65536);
+    FailAllocations fail(65536);
     EXPECT_FALSE(CTraitementImg_16_Bpp().EgalisationHistogramme(0.01f, 0.99f, 100, 100, buf.bits(), all));
     EXPECT_EQ(buf.rows(), before);
 }
@@ -152,7 +152,7 @@ TEST(EgalisationHistogramme, ColourUsesOneTableFromTheWidestLimits)
     const Buf before = buf;
     CRect all(0, 0, 9, 9);
     EXPECT_TRUE(CTraitementImg_24_Bpp().EgalisationHistogramme(0.05f, 0.95f, 10, 10, buf.bits(), all));
-    proc_test::expect_in_rect(before, buf, all, [](int v, long, long, int) {
+    expect_in_rect(before, buf, all, [](int v, long, long, int) {
         return v <= 4 ? 0 : v >= 243 ? 255 : static_cast<int>(static_cast<float>(v - 4) * (255.0f / 239.0f));
     });
     EXPECT_EQ(buf.get(5, 0, 1), 1); // second byte 5: the first level above the low limit

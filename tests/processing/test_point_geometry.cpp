@@ -6,10 +6,7 @@
 #include "processing_test.h"
 
 using namespace kevra;
-using proc_test::Buf;
-using proc_test::FailAllocations;
-using proc_test::image_bytes;
-using proc_test::on_depth;
+using namespace proc_test;
 
 namespace {
 
@@ -71,7 +68,7 @@ TEST(Negatif, EveryLevelInsideTheRectangle)
         const Buf before = buf;
         CRect rc(0, bpp == 24 ? 1 : 0, 255, 255);
         ASSERT_TRUE(on_depth(bpp, [&](auto &t) { return t.Negatif(buf.w, buf.h, buf.bits(), rc); }));
-        proc_test::expect_in_rect(before, buf, rc, [&](int v, long, long, int) { return levels - 1 - v; });
+        expect_in_rect(before, buf, rc, [&](int v, long, long, int) { return levels - 1 - v; });
     }
 }
 
@@ -83,45 +80,36 @@ TEST(Fill, InclusiveRectangleAndByteOrder)
             Buf buf(4, 4, bpp, 5);
             const Buf before = buf;
             ASSERT_TRUE(on_depth(bpp, [&](auto &t) { return t.Fill(value, buf.w, buf.h, buf.bits(), rc); }));
-            proc_test::expect_in_rect(before, buf, rc, [&](int, long, long, int c) {
+            expect_in_rect(before, buf, rc, [&](int, long, long, int c) {
                 return bpp == 8 ? 0x33 : bpp == 16 ? 0x2233 : static_cast<int>(value >> (8 * c) & 0xFF);
             });
         }
 }
 
 // Left-right: n = (right - left) / 2 pairs, so an even span keeps its centre pair; the
-// rectangle's bottom row (buffer row 0 here) is deliberately not processed.
-TEST(Mirrors, HorizontalPairsAndSkippedBottomRow)
+// rectangle's bottom row (buffer row 0 here) is deliberately not processed. Top-bottom:
+// n = (bottom - top) / 2 pairs of picture rows, so the bottom row of an even span stays; a
+// one-row rectangle changes nothing. `from` gives the source column, or picture row, of each.
+TEST(Mirrors, PairsAndSkippedBottomRow)
 {
-    struct Case { CRect rc; int from[6]; };
-    const Case cases[] = {{CRect(0, 0, 3, 2), {3, 1, 2, 0, 4, 5}}, {CRect(0, 0, 4, 2), {4, 3, 2, 1, 0, 5}}};
+    struct Case { bool vertical; long w, h; CRect rc; int from[6]; };
+    const Case cases[] = {{false, 6, 3, CRect(0, 0, 3, 2), {3, 1, 2, 0, 4, 5}},
+                          {false, 6, 3, CRect(0, 0, 4, 2), {4, 3, 2, 1, 0, 5}},
+                          {true, 3, 5, CRect(1, 0, 2, 3), {2, 1, 0, 3, 4}},
+                          {true, 4, 6, CRect(1, 1, 2, 5), {0, 4, 3, 2, 1, 5}},
+                          {true, 3, 5, CRect(0, 2, 2, 2), {0, 1, 2, 3, 4}}};
     for (int bpp : {8, 16, 24})
         for (const Case &k : cases) {
-            Buf buf(6, 3, bpp, 3);
+            Buf buf(k.w, k.h, bpp, k.vertical ? 12 : 3);
             const Buf before = buf;
             CRect rc = k.rc;
-            ASSERT_TRUE(on_depth(bpp, [&](auto &t) { return t.Mirroir_Horizontal(6, 3, buf.bits(), rc); }));
-            proc_test::expect_in_rect(before, buf, rc, [&](int old, long x, long r, int c) {
+            ASSERT_TRUE(on_depth(bpp, [&](auto &t) {
+                return k.vertical ? t.Mirroir_Vertical(k.w, k.h, buf.bits(), rc) : t.Mirroir_Horizontal(k.w, k.h, buf.bits(), rc);
+            }));
+            expect_in_rect(before, buf, rc, [&](int old, long x, long r, int c) {
+                if (k.vertical)
+                    return before.get(x, k.h - 1 - k.from[k.h - 1 - r], c);
                 return r == 0 ? old : before.get(k.from[x], r, c);
-            });
-        }
-}
-
-// Top-bottom: n = (bottom - top) / 2 pairs of picture rows, so the bottom row of an even span
-// stays; a one-row rectangle changes nothing.
-TEST(Mirrors, VerticalPairsAndSkippedBottomRow)
-{
-    struct Case { long w, h; CRect rc; int from[6]; };
-    const Case cases[] = {{3, 5, CRect(1, 0, 2, 3), {2, 1, 0, 3, 4}}, {4, 6, CRect(1, 1, 2, 5), {0, 4, 3, 2, 1, 5}},
-                          {3, 5, CRect(0, 2, 2, 2), {0, 1, 2, 3, 4}}};
-    for (int bpp : {8, 16, 24})
-        for (const Case &k : cases) {
-            Buf buf(k.w, k.h, bpp, 12);
-            const Buf before = buf;
-            CRect rc = k.rc;
-            ASSERT_TRUE(on_depth(bpp, [&](auto &t) { return t.Mirroir_Vertical(k.w, k.h, buf.bits(), rc); }));
-            proc_test::expect_in_rect(before, buf, rc, [&](int, long x, long r, int c) {
-                return before.get(x, k.h - 1 - k.from[k.h - 1 - r], c);
             });
         }
 }
@@ -197,7 +185,7 @@ TEST(QuickRotate, MappingsAtEachDepthAndRefusals)
     EXPECT_TRUE(CTraitementImg_8_Bpp().QuickRotate(CTraitementImgBase::e_Angle180, 3, 0, nullptr, rc, 3, 0, nullptr));
 }
 
-TEST(QuickRotate, ImageFormSwapsInTheTurnedPicture)
+TEST(QuickRotate, ImageFormSwapsInTheTurnedPictureAndDoesNotCompareDepths)
 {
     CTraitementImg_8_Bpp p;
     CDibRoot image(CSize(100, 50), 8), empty;
@@ -213,13 +201,10 @@ TEST(QuickRotate, ImageFormSwapsInTheTurnedPicture)
     EXPECT_FALSE(p.QuickRotate(static_cast<CTraitementImgBase::e_angle>(3), &image));
     EXPECT_EQ(image.Width(), 50);
     EXPECT_FALSE(p.QuickRotate(CTraitementImgBase::e_Angle90, nullptr) || p.QuickRotate(CTraitementImgBase::e_Angle180, &empty));
-}
 
-// Unlike the other image forms, the quarter turn does not compare depths: an 8-bit processor
-// turns a 24-bit image as rows of 8-bit pixels. A deeper processor would walk past the rows:
-// refused, image unchanged.
-TEST(QuickRotate, ImageFormDoesNotCompareDepths)
-{
+    // Unlike the other image forms, the quarter turn does not compare depths: an 8-bit processor
+    // turns a 24-bit image as rows of 8-bit pixels. A deeper processor would walk past the rows:
+    // refused, image unchanged.
     CDibRoot colour(CSize(6, 4), 24), grey(CSize(6, 4), 8);
     image_bytes(colour, 5);
     EXPECT_TRUE(CTraitementImg_8_Bpp().QuickRotate(CTraitementImgBase::e_Angle90, &colour));

@@ -2,12 +2,10 @@
 // outer band), refusals, and the fast schedules against the plain ones.
 #include <gtest/gtest.h>
 
-#include "core/fast_path.h"
 #include "processing_test.h"
 
 using namespace kevra;
-using proc_test::Buf;
-using proc_test::on_depth;
+using namespace proc_test;
 
 namespace {
 
@@ -39,42 +37,36 @@ TEST(Resample, EqualSizeCopiesEveryByte)
     }
 }
 
-// 2 x 2 -> 4 x 4 is bilinear whatever the mode. Source rows (bottom first) {10, 20} and
-// {30, 41}; column 1 samples x = 0.5, column 3 samples x = 1.5 with x1 clamped to 1; values
-// are truncated (25.25 -> 25, 30.5 -> 30, 35.5 -> 35).
-TEST(Resample, BilinearTwoByTwoToFourByFour)
+// Enlargements are bilinear whatever the mode, values truncated. 2 x 2 -> 4 x 4: source rows
+// (bottom first) {10, 20} and {30, 41}; column 1 samples x = 0.5, column 3 samples x = 1.5 with
+// x1 clamped to 1 (25.25 -> 25, 30.5 -> 30, 35.5 -> 35). Midpoints at every depth, each byte of a
+// 24-bit pixel on its own: 10.5 -> 10, 1000.5 -> 1000, and at 24 bits 10.5, 127.5, 150 -> 10,
+// 127, 150.
+TEST(Resample, EnlargementsAndMixedScalesAreBilinear)
 {
-    const std::vector<std::vector<int>> expected = {{10, 15, 20, 20}, {20, 25, 30, 30}, {30, 35, 41, 41}, {30, 35, 41, 41}};
-    for (unsigned char mode : {0, 2}) {
-        Buf src(2, 2, 8), dst(4, 4, 8);
-        src.set(0, 0, 10), src.set(1, 0, 20), src.set(0, 1, 30), src.set(1, 1, 41);
-        ASSERT_TRUE(resample(src, dst, mode, true));
-        for (long r = 0; r < 4; ++r)
-            EXPECT_EQ(row(dst, r), expected[r]) << r;
-        EXPECT_TRUE(dst.intact());
-    }
-}
-
-// Midpoints are truncated at every depth, each byte of a 24-bit pixel on its own:
-// 10.5 -> 10, 1000.5 -> 1000, and at 24 bits 10.5, 127.5, 150 -> 10, 127, 150.
-TEST(Resample, BilinearTruncatesMidpoint)
-{
-    const std::vector<int> in[3] = {{10, 11}, {1000, 1001}, {10, 0, 200, 11, 255, 100}};
-    const std::vector<int> out[3] = {{10, 10, 11, 11}, {1000, 1000, 1001, 1001}, {10, 0, 200, 10, 127, 150}};
-    for (int d = 0; d < 3; ++d) {
-        const int bpp = 8 * (d + 1);
-        Buf src(2, 1, bpp), dst(4, 1, bpp);
-        for (std::size_t i = 0; i < in[d].size(); ++i)
-            src.set(static_cast<long>(i) / src.channels(), 0, in[d][i], static_cast<int>(i) % src.channels());
-        ASSERT_TRUE(resample(src, dst, 1));
-        const std::vector<int> got = row(dst, 0);
-        EXPECT_EQ(std::vector<int>(got.begin(), got.begin() + static_cast<long>(out[d].size())), out[d]) << bpp;
-    }
-}
-
-// A reduction across with an enlargement down is bilinear even with a mode.
-TEST(Resample, MixedScalesAreBilinear)
-{
+    struct Case { int bpp; long w, h, w2, h2; std::vector<int> in, out; };
+    const Case cases[] = {
+        {8, 2, 2, 4, 4, {10, 20, 30, 41}, {10, 15, 20, 20, 20, 25, 30, 30, 30, 35, 41, 41, 30, 35, 41, 41}},
+        {8, 2, 1, 4, 1, {10, 11}, {10, 10, 11, 11}},
+        {16, 2, 1, 4, 1, {1000, 1001}, {1000, 1000, 1001, 1001}},
+        {24, 2, 1, 4, 1, {10, 0, 200, 11, 255, 100}, {10, 0, 200, 10, 127, 150, 11, 255, 100, 11, 255, 100}},
+    };
+    for (const Case &k : cases)
+        for (unsigned char mode : {0, 1, 2})
+            for (bool simple : {false, true}) {
+                Buf src(k.w, k.h, k.bpp), dst(k.w2, k.h2, k.bpp);
+                const int n = src.channels();
+                for (std::size_t i = 0; i < k.in.size(); ++i)
+                    src.set(static_cast<long>(i / n % k.w), static_cast<long>(i / n / k.w), k.in[i], static_cast<int>(i % n));
+                ASSERT_TRUE(resample(src, dst, mode, simple));
+                std::vector<int> got;
+                for (long r = 0; r < k.h2; ++r)
+                    for (int v : row(dst, r))
+                        got.push_back(v);
+                EXPECT_EQ(got, k.out) << k.bpp << " bits, mode " << int(mode) << (simple ? ", simple" : "");
+                EXPECT_TRUE(dst.intact());
+            }
+    // A reduction across with an enlargement down is bilinear even with a mode.
     Buf src(9, 2, 8, 5), a(4, 5, 8), b(4, 5, 8);
     ASSERT_TRUE(resample(src, a, 0, true) && resample(src, b, 3, true));
     EXPECT_EQ(a.rows(), b.rows());
@@ -138,7 +130,7 @@ TEST(Resample, RefusalsAndAllocationFailure)
     EXPECT_TRUE(t.Resample(&c24, &d24, 0));
 
     Buf s16(40, 30, 16, 2), d16(20, 15, 16, 3);
-    proc_test::FailAllocations fail;
+    FailAllocations fail;
     EXPECT_FALSE(resample(s16, d16, 1));
     EXPECT_TRUE(d16.intact());
 }
@@ -158,19 +150,10 @@ TEST(Resample, FastGivesThePlainBytes)
         const auto mode = static_cast<unsigned char>(pick(0, 4));
         Buf src(w, h, bpp, static_cast<uint32_t>(iter + 3)), plain(w2, h2, bpp, 9), fast(w2, h2, bpp, 9);
         const auto source = src.rows();
-        bool ok_plain = false, ok_fast = false;
-        {
-            detail::FastPathScope off(false);
-            ok_plain = resample(src, plain, mode);
-        }
-        {
-            detail::FastPathScope on(true);
-            platform::set_thread_count(iter % 2 ? 3 : 1);
-            ok_fast = resample(src, fast, mode);
-            platform::set_thread_count(1);
-        }
+        const auto [ok_plain, ok_fast] =
+            plain_and_fast([&](bool f) { return resample(src, f ? fast : plain, mode); }, iter % 2 ? 3 : 1);
         ASSERT_EQ(ok_plain, ok_fast) << iter;
-        ASSERT_EQ(proc_test::first_difference(plain, fast), "")
+        ASSERT_EQ(first_difference(plain, fast), "")
             << "iteration " << iter << ": " << w << "x" << h << " to " << w2 << "x" << h2 << " mode " << int(mode) << " at " << bpp;
         ASSERT_TRUE(fast.intact() && plain.intact() && src.intact() && src.rows() == source) << iter;
     }

@@ -5,12 +5,10 @@
 #include <cstdlib>
 #include <limits>
 
-#include "core/fast_path.h"
 #include "processing_test.h"
 
 using namespace kevra;
-using proc_test::Buf;
-using proc_test::on_depth;
+using namespace proc_test;
 
 namespace {
 
@@ -34,7 +32,7 @@ bool unsharp_disc(Buf &b, CPoint centre, long R, Params p)
 
 } // namespace
 
-TEST(Unsharp, ParameterRefusals)
+TEST(Unsharp, RefusalsAndAllocationFailureLeaveTheImage)
 {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const Params bad[] = {
@@ -50,6 +48,13 @@ TEST(Unsharp, ParameterRefusals)
     for (const Params &p : bad)
         EXPECT_FALSE(unsharp(b, CRect(0, 0, 8, 8), p) || unsharp_disc(b, CPoint(4, 4), 3, p));
     EXPECT_EQ(b.rows(), before);
+    // Good parameters, but no memory.
+    Buf colour(12, 10, 24, 8);
+    const auto colour0 = colour.rows();
+    FailAllocations fail;
+    EXPECT_FALSE(unsharp(colour, CRect(0, 0, 11, 9), {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
+    EXPECT_FALSE(unsharp_disc(colour, CPoint(5, 5), 4, {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
+    EXPECT_EQ(colour.rows(), colour0);
 }
 
 // Radius 1 on a flat image over the whole image: the Gaussian keeps it flat, the ramp (weights
@@ -66,7 +71,7 @@ TEST(Unsharp, ZeroDetailStillMovesHalfAStep)
             b.fill(k.level);
             const Buf before = b;
             ASSERT_TRUE(unsharp(b, CRect(0, 0, 6, 5), {k.rayon, 3.0f, 2.0f, seuil, seuil}));
-            proc_test::expect_in_rect(before, b, CRect(0, 0, 6, 5), [](int v, long, long, int) { return v ? v - 1 : 0; });
+            expect_in_rect(before, b, CRect(0, 0, 6, 5), [](int v, long, long, int) { return v ? v - 1 : 0; });
         }
 }
 
@@ -81,7 +86,7 @@ TEST(Unsharp, HugeThresholdsLeaveOnlyTheHalfStep)
         const CRect rc(3, 2, 15, 11);
         ASSERT_TRUE(unsharp(b, rc, {3.0f, 50.0f, 50.0f, 1e30f, 1e30f}));
         int lowered = 0;
-        proc_test::expect_in_rect(before, b, rc, [&](int v, long x, long r, int c) {
+        expect_in_rect(before, b, rc, [&](int v, long x, long r, int c) {
             const int now = b.get(x, r, c);
             lowered += now != v;
             return now == v - 1 ? now : v;
@@ -113,16 +118,6 @@ TEST(Unsharp, DiscCopyBackRowsAreOneRowOff)
     EXPECT_EQ(b.rows(), expected.rows());
 }
 
-TEST(Unsharp, AllocationFailureLeavesTheImage)
-{
-    Buf b(12, 10, 24, 8);
-    const auto before = b.rows();
-    proc_test::FailAllocations fail;
-    EXPECT_FALSE(unsharp(b, CRect(0, 0, 11, 9), {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
-    EXPECT_FALSE(unsharp_disc(b, CPoint(5, 5), 4, {2.0f, 1.0f, 1.0f, 0.0f, 0.0f}));
-    EXPECT_EQ(b.rows(), before);
-}
-
 // The streamed schedule (no planes, rows in rings, strips on threads) against the plain steps at
 // zero tolerance: every depth, 1-pixel images, odd widths, rectangles over each edge, discs
 // around and off the image, radii wider than the image, one thread and three. Nothing outside
@@ -148,21 +143,11 @@ TEST(Unsharp, StreamedGivesThePlainBytesAndChangesOnlyItsArea)
         const Buf before(w, h, bpp, static_cast<uint32_t>(iter + 1));
         Buf plain = before, fast = before;
         auto run = [&](Buf &b) { return disc ? unsharp_disc(b, centre, R, p) : unsharp(b, rc, p); };
-        bool ok_plain = false, ok_fast = false;
-        {
-            detail::FastPathScope off(false);
-            ok_plain = run(plain);
-        }
-        {
-            detail::FastPathScope on(true);
-            platform::set_thread_count(iter % 2 ? 3 : 1);
-            ok_fast = run(fast);
-            platform::set_thread_count(1);
-        }
+        const auto [ok_plain, ok_fast] = plain_and_fast([&](bool f) { return run(f ? fast : plain); }, iter % 2 ? 3 : 1);
         ASSERT_TRUE(ok_plain && ok_fast) << iter;
-        ASSERT_EQ(proc_test::first_difference(plain, fast), "") << "iteration " << iter << ": " << w << "x" << h << "x" << bpp;
+        ASSERT_EQ(first_difference(plain, fast), "") << "iteration " << iter << ": " << w << "x" << h << "x" << bpp;
         SCOPED_TRACE(iter);
-        proc_test::expect_in_rect(before, plain, rc, [&](int, long x, long r, int c) { return plain.get(x, r, c); });
+        expect_in_rect(before, plain, rc, [&](int, long x, long r, int c) { return plain.get(x, r, c); });
         ASSERT_TRUE(fast.intact());
     }
 }

@@ -13,10 +13,11 @@ import pytest
 
 import kevra
 
-PYREF = os.environ.get("KEVRA_PYREF")
+CPP_RESULTS = os.environ.get("KEVRA_CPP_RESULTS")
 CLI = os.environ.get("KEVRA_CLI")
 DATA = os.path.join(os.path.dirname(__file__), "..", "data")
 needs_cli = pytest.mark.skipif(not CLI, reason="the kevra command line is not built")
+needs_cpp = pytest.mark.skipif(not CPP_RESULTS, reason="kevra_cpp_results is not built")
 
 
 def read_bmp_plain(path):
@@ -57,20 +58,25 @@ def run(args):
     return p.stdout
 
 
-def cli_process(tmp_path, a, options, zone=None):
+def zone_option(zone):
+    return ["--zone", ",".join(map(str, zone))] if zone else []
+
+
+def run_on_file(tmp_path, a, command):
+    """Writes a (colour as R, G, B) to a file, runs command(input, output), reads the output as B, G, R."""
     src, dst = tmp_path / "in.bmp", tmp_path / "out.bmp"
     kevra.write_bmp(str(src), a, channels="rgb" if a.ndim == 3 else None)
-    run([CLI, "process", str(src), str(dst)] + (["--zone", ",".join(map(str, zone))] if zone else []) + options)
+    run(command(str(src), str(dst)))
     return read_bmp_plain(dst)
 
 
-def reference(tmp_path, a, op, *args, zone=None):
-    """The C++ library's result (kevra_pyref) for the same input, as B, G, R."""
-    src, dst = tmp_path / "ref_in.bmp", tmp_path / "ref_out.bmp"
-    kevra.write_bmp(str(src), a, channels="rgb" if a.ndim == 3 else None)
-    z = ["--zone", ",".join(map(str, zone))] if zone else []
-    run([PYREF] + z + [op, str(src), str(dst)] + [str(v) for v in args])
-    return read_bmp_plain(dst)
+def cli_process(tmp_path, a, options, zone=None):
+    return run_on_file(tmp_path, a, lambda src, dst: [CLI, "process", src, dst] + zone_option(zone) + options)
+
+
+def cpp_result(tmp_path, a, op, *args, zone=None):
+    """The C++ library's result (kevra_cpp_results) for the same input."""
+    return run_on_file(tmp_path, a, lambda src, dst: [CPP_RESULTS, *zone_option(zone), op, src, dst, *map(str, args)])
 
 
 # ---- arrays, files, round trips --------------------------------------------------
@@ -103,7 +109,7 @@ def test_round_trips(tmp_path, bits, shape):
     d = kevra.Dib.read(path)
     assert (d.width, d.height, d.bits, d.zone) == (shape[1], shape[0], bits, (0, 0, shape[1] - 1, shape[0] - 1))
     # The C++ library loads and saves the module's file to the same bytes.
-    assert np.array_equal(reference(tmp_path, a, "copy"), as_bgr(a))
+    assert np.array_equal(cpp_result(tmp_path, a, "copy"), as_bgr(a))
 
 
 def test_dib_zone_and_depth_conversion(tmp_path):
@@ -112,7 +118,7 @@ def test_dib_zone_and_depth_conversion(tmp_path):
     d.zone = (50, 40, -10, 5)
     assert d.zone == (0, 5, 36, 22)
     for bits, src in ((8, a), (16, sample(8))):
-        expected = reference(tmp_path, src, "convert", bits)
+        expected = cpp_result(tmp_path, src, "convert", bits)
         assert np.array_equal(kevra.convert(src, bits), expected)
         assert np.array_equal(kevra.Dib(src).copy_to_bits(bits).to_array(), expected)
 
@@ -154,15 +160,20 @@ def by_depth(table, name):
     return [pytest.param(bits, *entry[:2], *entry[3:], id=f"{bits}-{name(entry)}") for entry in table for bits in entry[2]]
 
 
+def expect_equal_results(bits, call, zones, expected):
+    """call on a sample, without and with each zone, against expected(array, zone) as B, G, R."""
+    a = sample(bits)
+    kw = {"channels": "rgb"} if bits == 24 else {}
+    for zone in zones:
+        got = call(a, zone=zone, **kw) if zone else call(a, **kw)
+        assert got.dtype == a.dtype and np.array_equal(as_bgr(got), expected(a, zone)), zone
+
+
 @needs_cli
 @pytest.mark.parametrize("bits,call,options,zoned", by_depth(AGAINST_CLI, lambda e: " ".join(e[1])))
 def test_operation_equals_command_line(tmp_path, bits, call, options, zoned):
-    a = sample(bits)
-    kw = {"channels": "rgb"} if bits == 24 else {}
-    for zone in ((None, ZONE) if zoned else (None,)):
-        got = call(a, zone=zone, **kw) if zone else call(a, **kw)
-        assert got.dtype == a.dtype
-        assert np.array_equal(as_bgr(got), cli_process(tmp_path, a, options, zone)), zone
+    zones = (None, ZONE) if zoned else (None,)
+    expect_equal_results(bits, call, zones, lambda a, z: cli_process(tmp_path, a, options, z))
 
 
 CHAINS = [
@@ -198,13 +209,14 @@ def test_chain_methods_build_the_options_steps():
 
 KERNEL = np.array([[0, 1, 2], [-1, 0.5, 1], [-2, -1, 0.25]], np.float32)  # asymmetric: tells the row order
 AGAINST_CPP = [
-    # (function call, kevra_pyref operation and arguments, depths)
+    # (function call, kevra_cpp_results operation and arguments, depths)
     (lambda a, **k: kevra.fill(a, 200, **k), ("fill", 200), (8,)),
     (lambda a, **k: kevra.fill(a, 40000, **k), ("fill", 40000), (16,)),
     (lambda a, **k: kevra.fill(a, (10, 20, 30), **k), ("fill", 10 << 16 | 20 << 8 | 30), (24,)),
-    (lambda a, **k: kevra.brightness(a, 0.1, **k), ("brightness", 0.1), (8, 16, 24)),
-    (lambda a, **k: kevra.contrast(a, 1.3, **k), ("contrast", 1.3), (8, 16, 24)),
-    (lambda a, **k: kevra.gamma(a, 0.7, **k), ("gamma", 0.7), (8, 16, 24)),
+    # Brightness, contrast and gamma alone are the tone adjustment with the other two neutral.
+    (lambda a, **k: kevra.brightness(a, 0.1, **k), ("tone", 0.1, 1, 1), (8, 16, 24)),
+    (lambda a, **k: kevra.contrast(a, 1.3, **k), ("tone", 0, 1.3, 1), (8, 16, 24)),
+    (lambda a, **k: kevra.gamma(a, 0.7, **k), ("tone", 0, 1, 0.7), (8, 16, 24)),
     (lambda a, **k: kevra.tone(a, -0.1, 0.9, 1.4, **k), ("tone", -0.1, 0.9, 1.4), (8, 16, 24)),
     (lambda a, **k: kevra.luminance(a, 80, **k), ("luminance", 80), (24,)),
     (lambda a, **k: kevra.levels(a, -20, 0, 40, **k), ("levels", -20, 0, 40), (24,)),
@@ -218,8 +230,7 @@ AGAINST_CPP = [
 
 
 def lut_call(a, **k):
-    lut = {np.dtype(np.uint8): kevra.CLUT_8_Bpp, np.dtype(np.uint16): kevra.CLUT_16_Bpp}.get(
-        a.dtype if a.ndim == 2 else None, kevra.CLUT_24_Bpp)()
+    lut = kevra.CLUT_24_Bpp() if a.ndim == 3 else kevra.CLUT_16_Bpp() if a.dtype == np.uint16 else kevra.CLUT_8_Bpp()
     lut.SetLuminositeConstrateGamma(0.05, 1.2, 0.9)
     if a.ndim == 3:
         lut.ReglageRouge(30)
@@ -229,39 +240,35 @@ def lut_call(a, **k):
 AGAINST_CPP.append((lut_call, ("lut", 0.05, 1.2, 0.9), (8, 16, 24)))
 
 
-@pytest.mark.skipif(not PYREF, reason="kevra_pyref is not built")
-@pytest.mark.parametrize("bits,call,ref", by_depth(AGAINST_CPP, lambda e: " ".join(map(str, e[1][:2]))))
-def test_operation_equals_cpp_library(tmp_path, bits, call, ref):
-    a = sample(bits)
-    kw = {"channels": "rgb"} if bits == 24 else {}
-    for zone in (None, ZONE):
-        got = call(a, zone=zone, **kw) if zone else call(a, **kw)
-        assert np.array_equal(as_bgr(got), reference(tmp_path, a, *ref, zone=zone)), zone
+@needs_cpp
+@pytest.mark.parametrize("bits,call,op", by_depth(AGAINST_CPP, lambda e: " ".join(map(str, e[1][:4]))))
+def test_operation_equals_cpp_library(tmp_path, bits, call, op):
+    expect_equal_results(bits, call, (None, ZONE), lambda a, z: cpp_result(tmp_path, a, *op, zone=z))
 
 
-@pytest.mark.skipif(not PYREF, reason="kevra_pyref is not built")
+@needs_cpp
 @pytest.mark.parametrize("bits", [8, 16, 24])
 def test_histograms_equal_cpp_library(tmp_path, bits):
     a = sample(bits)
     src = tmp_path / "h.bmp"
     kevra.write_bmp(str(src), a, channels="bgr" if bits == 24 else None)
-    lines = run([PYREF, "--zone", "1,2,20,9", "histogram", str(src)]).split("\n")
+    lines = run([CPP_RESULTS, "--zone", "1,2,20,9", "histogram", str(src)]).split("\n")
     counts = np.array([[int(v) for v in line.split()] for line in lines if line])
     got = kevra.histogram(a, zone=(1, 2, 20, 9), channels="bgr" if bits == 24 else None)
     assert np.array_equal(got, counts if bits == 24 else counts[0]) and got.sum() == (3 if bits == 24 else 1) * 160
     if bits == 24:
         # One row per channel of the array, whichever order it is said to be in.
         assert np.array_equal(kevra.histogram(a, zone=(1, 2, 20, 9), channels="rgb"), got)
-        lum = run([PYREF, "luminance_histogram", str(src)]).split()
+        lum = run([CPP_RESULTS, "luminance_histogram", str(src)]).split()
         assert kevra.luminance_histogram(a, channels="bgr").tolist() == [int(v) for v in lum]
 
 
-@pytest.mark.skipif(not PYREF, reason="kevra_pyref is not built")
+@needs_cpp
 @pytest.mark.parametrize("settings", [(0, 1, 1, 0, 0, 0, 0, 0), (0.1, 1.2, 0.8, 21, 10, -20, 5, 1), (0, 1, 1, 12, 0, 0, 0, 0)])
 def test_display_palette_equals_cpp_library(settings):
     l, c, g, p, r, gr, b, n = settings
     expected = [[int(v) for v in line.split()] for line in run(
-        [PYREF, "display_palette"] + [str(v) for v in settings]).strip().split("\n")]
+        [CPP_RESULTS, "display_palette"] + [str(v) for v in settings]).strip().split("\n")]
     got = kevra.display_palette(brightness=l, contrast=c, gamma=g, palette=p, red=r, green=gr, blue=b, negative=bool(n))
     assert got.shape == (256, 3) and got.tolist() == expected
 

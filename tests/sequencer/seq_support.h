@@ -4,7 +4,6 @@
 #define KEVRA_TESTS_SEQUENCER_SEQ_SUPPORT_H
 
 #include <cstdint>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -43,11 +42,7 @@ public:
     TraceFile &operator=(const TraceFile &) = delete;
 
     const std::string &path() const { return m_path; }
-    std::string text() const
-    {
-        const std::vector<uint8_t> bytes = read_file(m_path);
-        return std::string(bytes.begin(), bytes.end());
-    }
+    std::string text() const { return read_text(m_path); }
     std::vector<std::string> lines() const
     {
         std::vector<std::string> out;
@@ -62,6 +57,12 @@ private:
     TempDir m_dir;
     std::string m_path;
     std::string m_previous;
+};
+
+// Each test of a suite derived from this one traces to a file of its own.
+class TracedTest : public ::testing::Test {
+protected:
+    TraceFile trace;
 };
 
 // A clock that advances by `step` milliseconds at every reading.
@@ -85,24 +86,14 @@ inline std::size_t buffer_size(long width, long height, int bpp)
     return static_cast<std::size_t>(((width * bpp + 31) & ~31L) / 8) * static_cast<std::size_t>(height);
 }
 
-inline std::vector<uint8_t> pixels(kevra::CDibRoot &image)
-{
-    const unsigned char *bits = image.GetBits();
-    std::vector<uint8_t> out(bits, bits + buffer_size(image.Width(), image.Height(), image.BitCount()));
-    image.ReleaseBits();
-    return out;
-}
+inline std::vector<uint8_t> pixels(kevra::CDibRoot &image) { return image_bytes(image); }
 
 // An image of that size and depth with random pixels, padding included.
 struct RandomImage {
     kevra::CDibRoot image;
     RandomImage(int w, int h, int bpp, uint32_t seed) : image(kevra::CSize(w, h), static_cast<unsigned short>(bpp))
     {
-        std::mt19937 rng(seed);
-        unsigned char *bits = image.GetBits();
-        for (std::size_t i = 0; i < buffer_size(w, h, bpp); ++i)
-            bits[i] = static_cast<unsigned char>(rng());
-        image.ReleaseBits();
+        image_bytes(image, seed);
     }
 };
 

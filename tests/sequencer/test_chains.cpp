@@ -60,9 +60,10 @@ void expect_same_pixels(const std::vector<uint8_t> &actual, CDibRoot &expected)
 
 } // namespace
 
-TEST(SequencerChains, EightBitChainMatchesTheOperationsOneByOne)
+class SequencerChains : public TracedTest {};
+
+TEST_F(SequencerChains, EightBitChainMatchesTheOperationsOneByOne)
 {
-    TraceFile trace;
     RandomImage source(23, 17, 8, 11);
     CSequenceur seq; // steps added out of order on purpose
     ASSERT_TRUE(add_steps(seq, {{S::e_Negatif, params()}, {S::e_LUT_LuminositeContrasteGamma, tone(0.1f, 1.2f, 0.8f)},
@@ -102,9 +103,8 @@ TEST(SequencerChains, EightBitChainMatchesTheOperationsOneByOne)
     EXPECT_NE(pixels(table_first), pixels(resized)) << "the two orders must be told apart";
 }
 
-TEST(SequencerChains, SixteenBitChainMatchesTheOperationsOneByOne)
+TEST_F(SequencerChains, SixteenBitChainMatchesTheOperationsOneByOne)
 {
-    TraceFile trace;
     RandomImage source(19, 13, 16, 12);
     std::vector<unsigned short> entries(65536);
     for (std::size_t i = 0; i < entries.size(); ++i)
@@ -135,9 +135,8 @@ TEST(SequencerChains, SixteenBitChainMatchesTheOperationsOneByOne)
     expect_same_pixels(result, expected);
 }
 
-TEST(SequencerChains, ColourChainMatchesTheOperationsOneByOne)
+TEST_F(SequencerChains, ColourChainMatchesTheOperationsOneByOne)
 {
-    TraceFile trace;
     RandomImage source(21, 14, 24, 13);
     CSequenceur seq;
     ASSERT_TRUE(add_steps(seq, {{S::e_EgalisationHistogramme, stretch(0.02f, 0.98f)},
@@ -177,9 +176,8 @@ TEST(SequencerChains, ColourChainMatchesTheOperationsOneByOne)
 // another depth) are skipped without failing it (nothing applied). The
 // pseudo-relief, a placeholder, fails at every depth. Black-and-white's own
 // result is ignored at 24 bits; its pixels are checked here on a zone.
-TEST(SequencerChains, StepsThatDoNotFitTheDepthFailOrAreSkipped)
+TEST_F(SequencerChains, StepsThatDoNotFitTheDepthFailOrAreSkipped)
 {
-    TraceFile trace;
     RandomImage colour(9, 7, 24, 21);
     CSequenceur seq;
     ASSERT_TRUE(seq.AddTraitement(S::e_NoirEtBlanc, params()));
@@ -220,9 +218,8 @@ TEST(SequencerChains, StepsThatDoNotFitTheDepthFailOrAreSkipped)
 
 // The diagonal gradient is lifted by (N + 1) / 2: a flat zone becomes 128 or
 // 32768 (128.5 and 32768.5 truncated); outside the zone nothing changes.
-TEST(SequencerChains, DiagonalGradientIsCentredOnMidGrey)
+TEST_F(SequencerChains, DiagonalGradientIsCentredOnMidGrey)
 {
-    TraceFile trace;
     for (int bpp : {8, 16, 24}) {
         CDibRoot flat(CSize(7, 6), static_cast<unsigned short>(bpp));
         std::fill_n(flat.GetBits(), buffer_size(7, 6, bpp), 0x40);
@@ -244,9 +241,8 @@ TEST(SequencerChains, DiagonalGradientIsCentredOnMidGrey)
 // The zone follows each turn. With any other output size (the unturned one,
 // smaller or larger both ways) the run fails after every step ran, the
 // caller's zone already turned.
-TEST(SequencerChains, TurnsMapTheZoneAndAWrongOutputSizeFailsAfterAllSteps)
+TEST_F(SequencerChains, TurnsMapTheZoneAndAWrongOutputSizeFailsAfterAllSteps)
 {
-    TraceFile trace;
     RandomImage image(6, 5, 8, 61);
     const struct { int angle; long w, h, wrong_w, wrong_h; CRect expected; } cases[] = {
         {0, 5, 6, 6, 5, CRect(1, 1, 2, 4)}, // (H-1-bottom, left, H-1-top, right)
@@ -278,9 +274,8 @@ TEST(SequencerChains, TurnsMapTheZoneAndAWrongOutputSizeFailsAfterAllSteps)
 // holding the new image as created, with the predicted size: the unordered
 // prediction of a resample added before a turn is the swapped size, the run
 // yields the resample size itself, and fails.
-TEST(SequencerChains, FiltrerSwapsTheResultInAndKeepsTheNewImageOnFailure)
+TEST_F(SequencerChains, FiltrerSwapsTheResultInAndKeepsTheNewImageOnFailure)
 {
-    TraceFile trace;
     RandomImage colour(9, 8, 24, 121);
     colour.image.SetZoneTravail(CRect(1, 1, 6, 5));
     CSequenceur seq;
@@ -320,9 +315,8 @@ TEST(SequencerChains, FiltrerSwapsTheResultInAndKeepsTheNewImageOnFailure)
 // the result is FiltrerBuffer's, the palette is the new image's (the source's inverted one is
 // gone), a handle sharing the store keeps the pixels it had, and a failed run leaves the new
 // image's zeros.
-TEST(SequencerChains, FiltrerOfTheSameSizeMatchesTheBufferFormAndSparesSharers)
+TEST_F(SequencerChains, FiltrerOfTheSameSizeMatchesTheBufferFormAndSparesSharers)
 {
-    TraceFile trace;
     RandomImage grey(9, 7, 8, 141);
     grey.image.SetDisplayPalette(kevra::e_Palette12);
     kevra::tagRGBQUAD palette[256];
@@ -350,9 +344,8 @@ TEST(SequencerChains, FiltrerOfTheSameSizeMatchesTheBufferFormAndSparesSharers)
     EXPECT_EQ(pixels(grey.image), std::vector<uint8_t>(before.size(), 0));
 }
 
-TEST(SequencerChains, AllocationFailuresFailTheRunCleanly)
+TEST_F(SequencerChains, AllocationFailuresFailTheRunCleanly)
 {
-    TraceFile trace;
     RandomImage image(40, 30, 8, 141);
     CSequenceur seq;
     ASSERT_TRUE(add_steps(seq, {{S::e_Filtre, filter(0, 3, 1.0f)}, {S::e_QuickRotate, rotate(0)}}));

@@ -31,9 +31,10 @@ int traced_count(CSequenceur &seq, TraceFile &trace)
 
 } // namespace
 
-TEST(SequencerChecks, OnlyTheCatalogueExists)
+class SequencerChecks : public TracedTest {};
+
+TEST_F(SequencerChecks, OnlyTheCatalogueExists)
 {
-    TraceFile trace;
     CSequenceur seq;
     for (int c = -300; c <= 300; ++c) {
         const bool known = (c >= 0 && c <= 2) || (c >= 50 && c <= 59) || (c >= 100 && c <= 104);
@@ -48,9 +49,8 @@ TEST(SequencerChecks, OnlyTheCatalogueExists)
     EXPECT_EQ(trace.lines(), expected);
 }
 
-TEST(SequencerChecks, ParameterChecksAndTheirExactLines)
+TEST_F(SequencerChecks, ParameterChecksAndTheirExactLines)
 {
-    TraceFile trace;
     CSequenceur seq;
     kevra::CLUT_8_Bpp table;
     Params garbage;
@@ -110,9 +110,8 @@ TEST(SequencerChecks, ParameterChecksAndTheirExactLines)
     }
 }
 
-TEST(SequencerChecks, RefusedStepsAndAllocationFailuresLeaveTheListUnchanged)
+TEST_F(SequencerChecks, RefusedStepsAndAllocationFailuresLeaveTheListUnchanged)
 {
-    TraceFile trace;
     Probe seq;
     EXPECT_FALSE(seq.IsOK());
     EXPECT_FALSE(seq.AddTraitement(S::e_Resample, resample(0, 0, 0)));
@@ -131,9 +130,8 @@ TEST(SequencerChecks, RefusedStepsAndAllocationFailuresLeaveTheListUnchanged)
 // Every code, added in reverse order with duplicates whose parameters differ,
 // runs once in the fixed order with its first parameters (a 24-bit run, so
 // that the colour steps run; the pseudo-relief, last, fails it).
-TEST(SequencerChecks, OrderingKeepsTheFirstOfEachCodeInTheFixedOrder)
+TEST_F(SequencerChecks, OrderingKeepsTheFirstOfEachCodeInTheFixedOrder)
 {
-    TraceFile trace;
     CSequenceur seq;
     ASSERT_TRUE(add_steps(seq, {{S::e_Pseudo3D, params()}, {S::e_EgalisationHistogramme, stretch(0.1f, 0.9f)},
                                 {S::e_LUT_RougeVertBleu, levels(1, 2, 3)},
@@ -178,9 +176,8 @@ TEST(SequencerChecks, OrderingKeepsTheFirstOfEachCodeInTheFixedOrder)
 
 // The list is walked as it stands: every code but the turn and the resampling
 // keeps the size; the turn by 90 or 270 degrees swaps it, by 180 keeps it.
-TEST(SequencerChecks, FinalSizeWalksTheList)
+TEST_F(SequencerChecks, FinalSizeWalksTheList)
 {
-    TraceFile trace;
     long w = -1, h = -1;
     CSequenceur seq;
     EXPECT_FALSE(seq.DonneTailleFinale(640, 480, w, h)) << "empty list";
@@ -200,9 +197,8 @@ TEST(SequencerChecks, FinalSizeWalksTheList)
 
 // The count of steps is 8 bits wide: 255 steps are kept, the 256th wraps the
 // count to 0 and the list is then empty; the next addition starts afresh.
-TEST(SequencerChecks, TheTwoHundredFiftySixthStepWrapsTheCount)
+TEST_F(SequencerChecks, TheTwoHundredFiftySixthStepWrapsTheCount)
 {
-    TraceFile trace;
     Probe seq;
     for (int i = 0; i < 255; ++i)
         ASSERT_TRUE(seq.AddTraitement(i % 2 == 0 ? S::e_Negatif : S::e_Mirroir_Vertical, params()));

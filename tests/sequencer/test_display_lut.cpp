@@ -11,22 +11,12 @@ using S = kevra::CSequenceur;
 
 namespace {
 
-std::vector<uint32_t> entries(CLUT_24_Bpp &table)
-{
-    kevra::tagRGBQUAD quads[256];
-    table.Donne_RGBQUAD(quads, 256);
-    std::vector<uint32_t> out;
-    for (const auto &q : quads)
-        out.push_back(q.rgbRed << 16 | q.rgbGreen << 8 | q.rgbBlue);
-    return out;
-}
-
 // The entries of the table that applies each of these on the previous result.
 std::vector<uint32_t> chain(std::vector<CLUT_24_Bpp> tables)
 {
     for (std::size_t i = 1; i < tables.size(); ++i)
         tables[0].Combiner(&tables[i]);
-    return entries(tables[0]);
+    return lut_entries(tables[0]);
 }
 
 CLUT_24_Bpp tone_lut(float l, float c, float g)
@@ -45,25 +35,25 @@ CLUT_24_Bpp levels_lut(int r, int g, int b)
 
 } // namespace
 
-TEST(DisplayLut, NullTableIsRefusedAndNoLookUpStepLeavesTheTableAlone)
+class DisplayLut : public TracedTest {};
+
+TEST_F(DisplayLut, NullTableIsRefusedAndNoLookUpStepLeavesTheTableAlone)
 {
-    TraceFile trace;
     CSequenceur seq;
     EXPECT_FALSE(seq.Donne_LUT_Affichage(nullptr));
     EXPECT_EQ(trace.lines(), std::vector<std::string>{"ERROR : Donne_LUT_Affichage paramètre invalide"});
 
     CLUT_24_Bpp table(kevra::e_Palette22);
-    const std::vector<uint32_t> before = entries(table);
+    const std::vector<uint32_t> before = lut_entries(table);
     EXPECT_TRUE(seq.Donne_LUT_Affichage(&table)) << "empty list";
     ASSERT_TRUE(add_steps(seq, {{S::e_Negatif, params()}, {S::e_QuickRotate, rotate(1)}}));
     EXPECT_TRUE(seq.Donne_LUT_Affichage(&table));
-    EXPECT_EQ(entries(table), before);
+    EXPECT_EQ(lut_entries(table), before);
 }
 
 // The list is walked as added: no ordering, no deduplication.
-TEST(DisplayLut, StepsComposeInListOrderWithRepetitions)
+TEST_F(DisplayLut, StepsComposeInListOrderWithRepetitions)
 {
-    TraceFile trace;
     kevra::CLUT_8_Bpp grey;
     grey.SetContraste(3.0f);
     CSequenceur seq;
@@ -73,35 +63,33 @@ TEST(DisplayLut, StepsComposeInListOrderWithRepetitions)
                                 {S::e_LUT_LuminositeContrasteGamma, tone(0.0f, 1.5f, 1.0f)}}));
     CLUT_24_Bpp table;
     ASSERT_TRUE(seq.Donne_LUT_Affichage(&table));
-    EXPECT_EQ(entries(table), chain({levels_lut(20, -30, 0), CLUT_24_Bpp(kevra::e_Palette21),
+    EXPECT_EQ(lut_entries(table), chain({levels_lut(20, -30, 0), CLUT_24_Bpp(kevra::e_Palette21),
                                      tone_lut(0.1f, 0.8f, 1.3f),
                                      tone_lut(0.0f, 1.5f, 1.0f)}));
     EXPECT_EQ(trace.text(), "");
 }
 
 // Tone, levels, negative, additional table, predefined palette: in that order.
-TEST(DisplayLut, SettingsApplyInTheirFixedOrder)
+TEST_F(DisplayLut, SettingsApplyInTheirFixedOrder)
 {
-    TraceFile trace;
     CLUT_24_Bpp extra(kevra::e_Palette22), negative(kevra::e_Palette12), false_colour(kevra::e_Palette21);
     CLUT_24_Bpp table(kevra::e_Palette23); // replaced whatever it held
     ASSERT_TRUE(S::ComputeDisplayPalette(&table, 0.0f, 1.0f, 1.0f, kevra::e_PaletteNone, 0, 0, 0, false, nullptr));
-    EXPECT_EQ(entries(table), chain({tone_lut(0.0f, 1.0f, 1.0f), levels_lut(0, 0, 0)}));
+    EXPECT_EQ(lut_entries(table), chain({tone_lut(0.0f, 1.0f, 1.0f), levels_lut(0, 0, 0)}));
 
     ASSERT_TRUE(S::ComputeDisplayPalette(&table, 0.05f, 1.2f, 0.7f, kevra::e_Palette21, 15, -10, 40, true, &extra));
-    EXPECT_EQ(entries(table),
+    EXPECT_EQ(lut_entries(table),
               chain({tone_lut(0.05f, 1.2f, 0.7f), levels_lut(15, -10, 40), negative, extra, false_colour}));
 
     // The negative and the inverted palette: applied twice, they cancel.
     ASSERT_TRUE(S::ComputeDisplayPalette(&table, 0.0f, 1.0f, 1.0f, kevra::e_Palette12, 0, 0, 0, true, nullptr));
-    EXPECT_EQ(entries(table), chain({tone_lut(0.0f, 1.0f, 1.0f), levels_lut(0, 0, 0), negative, negative}));
-    EXPECT_EQ(entries(table), chain({tone_lut(0.0f, 1.0f, 1.0f), levels_lut(0, 0, 0)}));
+    EXPECT_EQ(lut_entries(table), chain({tone_lut(0.0f, 1.0f, 1.0f), levels_lut(0, 0, 0), negative, negative}));
+    EXPECT_EQ(lut_entries(table), chain({tone_lut(0.0f, 1.0f, 1.0f), levels_lut(0, 0, 0)}));
     EXPECT_EQ(trace.text(), "");
 }
 
-TEST(DisplayLut, ErrorsAreTracedAndDoNotStopTheComposition)
+TEST_F(DisplayLut, ErrorsAreTracedAndDoNotStopTheComposition)
 {
-    TraceFile trace;
     EXPECT_FALSE(S::ComputeDisplayPalette(nullptr, 0.0f, 1.0f, 1.0f, kevra::e_Palette21, 0, 0, 0, false, nullptr));
     EXPECT_EQ(trace.lines(),
               std::vector<std::string>{
@@ -116,5 +104,5 @@ TEST(DisplayLut, ErrorsAreTracedAndDoNotStopTheComposition)
         "ERROR : Traitement e_LUT, params Palette (13) est invalide !",
     };
     EXPECT_EQ(trace.lines(), expected_lines);
-    EXPECT_EQ(entries(table), chain({tone_lut(0.2f, 1.0f, 1.0f), levels_lut(0, 0, 0)}));
+    EXPECT_EQ(lut_entries(table), chain({tone_lut(0.2f, 1.0f, 1.0f), levels_lut(0, 0, 0)}));
 }

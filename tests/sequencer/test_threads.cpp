@@ -30,9 +30,10 @@ std::vector<uint8_t> chain(int bpp, uint32_t seed)
 
 } // namespace
 
-TEST(SequencerThreads, SeparateImagesOnSeparateThreadsMatchTheSequentialRuns)
+class SequencerThreads : public TracedTest {};
+
+TEST_F(SequencerThreads, SeparateImagesOnSeparateThreadsMatchTheSequentialRuns)
 {
-    TraceFile trace;
     const int depths[] = {8, 16, 24, 8, 16, 24};
     std::vector<std::vector<uint8_t>> sequential, parallel(6);
     for (int i = 0; i < 6; ++i)

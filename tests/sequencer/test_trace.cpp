@@ -14,21 +14,22 @@ using namespace seq_test;
 using kevra::CRect;
 using S = kevra::CSequenceur;
 
-TEST(SequencerTrace, NoFileAtTheFirstLineMeansNoTraceForTheProcess)
+class SequencerTrace : public TracedTest {};
+
+TEST_F(SequencerTrace, NoFileAtTheFirstLineMeansNoTraceForTheProcess)
 {
-    TraceFile trace(false);
+    TraceFile missing(false); // in place of the suite's file
     CSequenceur::TraceAppels(L"premier", false, false);
-    write_file(trace.path(), {});
+    write_file(missing.path(), {});
     CSequenceur::TraceAppels(L"second", false, true);
     CSequenceur seq;
     seq.CheckParams(static_cast<Code>(3), params());
-    EXPECT_EQ(trace.text(), "");
+    EXPECT_EQ(missing.text(), "");
 }
 
 // Once on, the trace stays on: a removed file is made again by the next line.
-TEST(SequencerTrace, LinesAreUtf8WithTheErrorPrefixAndTheDecisionStays)
+TEST_F(SequencerTrace, LinesAreUtf8WithTheErrorPrefixAndTheDecisionStays)
 {
-    TraceFile trace;
     CSequenceur::TraceAppels(L"Zone traitée", false, false);
     CSequenceur::TraceAppels(L"paramètre invalide", true, true);
     CSequenceur::TraceAppels(nullptr, true, false);
@@ -42,9 +43,8 @@ TEST(SequencerTrace, LinesAreUtf8WithTheErrorPrefixAndTheDecisionStays)
 // for the look-up steps (the levels are skipped at 8 bits but still traced),
 // the composed table's timing after the loop. The clock wraps during the run:
 // the differences stay 9.
-TEST(SequencerTrace, ExactFileOfARun)
+TEST_F(SequencerTrace, ExactFileOfARun)
 {
-    TraceFile trace;
     FakeTicks ticks(0xFFFFFFF0u, 9);
     kevra::CLUT_8_Bpp table;
     CSequenceur seq;
@@ -82,9 +82,8 @@ TEST(SequencerTrace, ExactFileOfARun)
 
 // Each refused size, zone, depth or input: the run's whole file, the output
 // and the caller's zone untouched. A zone one pixel wide or high is refused.
-TEST(SequencerTrace, ExactFileOfRefusedSizesAndZones)
+TEST_F(SequencerTrace, ExactFileOfRefusedSizesAndZones)
 {
-    TraceFile trace;
     RandomImage image(8, 6, 8, 91);
     CSequenceur seq;
     ASSERT_TRUE(seq.AddTraitement(S::e_Negatif, params()));
@@ -116,9 +115,8 @@ TEST(SequencerTrace, ExactFileOfRefusedSizesAndZones)
     }
 }
 
-TEST(SequencerTrace, FailedStepEndsTheRunAndTheTableIsNotApplied)
+TEST_F(SequencerTrace, FailedStepEndsTheRunAndTheTableIsNotApplied)
 {
-    TraceFile trace;
     FakeTicks ticks(0, 1);
     CSequenceur seq;
     ASSERT_TRUE(add_steps(seq, {{S::e_Saturation, percent(10)}, {S::e_Negatif, params()},

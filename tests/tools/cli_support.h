@@ -40,12 +40,6 @@ struct CliRun {
     std::string out, err;
 };
 
-inline std::string read_text(const std::string & path)
-{
-    const std::vector<uint8_t> bytes = read_file(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
 // Runs kevra with these arguments in `cwd`, stdout and stderr to files. The
 // shell runs it: each argument is quoted (none of ours holds a quote).
 inline CliRun run_cli(const std::vector<std::string> & args, const TempDir & dir, const std::string & cwd = "")
@@ -61,6 +55,14 @@ inline CliRun run_cli(const std::vector<std::string> & args, const TempDir & dir
     r.err = read_text(err);
     std::remove(out.c_str());
     std::remove(err.c_str());
+    return r;
+}
+
+// run_cli, expecting the program to succeed.
+inline CliRun run_ok(const std::vector<std::string> & args, const TempDir & dir, const std::string & cwd = "")
+{
+    CliRun r = run_cli(args, dir, cwd);
+    EXPECT_EQ(r.code, 0) << r.err;
     return r;
 }
 

@@ -62,8 +62,7 @@ TEST_F(CliProcess, ChainsMatchTheLibrary)
         std::remove(out.c_str());
         std::vector<std::string> args = {"process", in, out};
         args.insert(args.end(), c.args.begin(), c.args.end());
-        const CliRun r = run_cli(args, dir);
-        ASSERT_EQ(r.code, 0) << r.err;
+        const CliRun r = run_ok(args, dir);
         EXPECT_EQ(r.err, "");
         const std::vector<uint8_t> expected = library_result(in, c.steps, c.zone, dir);
         ASSERT_FALSE(expected.empty());
@@ -91,51 +90,45 @@ TEST_F(CliProcess, UsageErrorsGiveTheirReason)
     const std::string in = dir.file("in.bmp"), out = dir.file("out.bmp");
     write_picture(in, 16, 16, 8, 5);
     const struct Case {
-        std::vector<std::string> args;
-        std::string err; // empty: not checked (the parser's own text)
+        std::vector<std::string> args; // options of `process in out` when they start with "--"
+        std::string err;               // empty: not checked (the parser's own text)
     } cases[] = {
-        {{"process", in, out, "--gamma", "0"}, "--gamma 0: GAMMA must be a number above 0, up to 10 (not 0)"},
-        {{"process", in, out, "--gamma", "-1"}, "--gamma -1: GAMMA must be a number above 0, up to 10 (not -1)"},
-        {{"process", in, out, "--contrast", "-1"},
-         "--contrast -1: CONTRAST must be a number above 0, up to 10 (not -1)"},
-        {{"process", in, out, "--brightness", "5"},
-         "--brightness 5: BRIGHTNESS must be a number above -1 and below 1 (not 5)"},
-        {{"process", in, out, "--red=-200"}, "--red -200: RED must be a whole number from -100 to 100 (not -200)"},
-        {{"process", in, out, "--saturation", "-5"},
-         "--saturation -5: PERCENT must be a whole number from 0 to 400 (not -5)"},
-        {{"process", in, out, "--hue", "x"}, "--hue x: PERCENT must be a whole number from 0 to 400 (not 'x')"},
-        {{"process", in, out, "--whiten", "-10"}, "--whiten -10: PERCENT must be a whole number from 1 to 400 (not -10)"},
-        {{"process", in, out, "--stretch", "0.5,0.5"}, "--stretch 0.5,0.5: LOW must be below HIGH (0 <= LOW < HIGH <= 1)"},
-        {{"process", in, out, "--filter", "gaussian,3,0"},
-         "--filter gaussian,3,0: PARAM must be a number above 0, up to 100 (not 0)"},
-        {{"process", in, out, "--filter", "gaussian,4"}, "--filter gaussian,4: SIZE must be odd (3, 5, 7 ... 99)"},
-        {{"process", in, out, "--filter", "mean,1"}, "--filter mean,1: SIZE must be a whole number from 3 to 99 (not 1)"},
-        {{"process", in, out, "--filter", "laplacian,5"}, "--filter laplacian,5: SIZE must be 3 for laplacian (a 3x3 kernel)"},
-        {{"process", in, out, "--filter", "mean,3,2"}, "--filter mean,3,2: mean takes no PARAM (only gaussian and sinc do)"},
-        {{"process", in, out, "--filter", "12"},
+        {{"--gamma", "0"}, "--gamma 0: GAMMA must be a number above 0, up to 10 (not 0)"},
+        {{"--gamma", "-1"}, "--gamma -1: GAMMA must be a number above 0, up to 10 (not -1)"},
+        {{"--contrast", "-1"}, "--contrast -1: CONTRAST must be a number above 0, up to 10 (not -1)"},
+        {{"--brightness", "5"}, "--brightness 5: BRIGHTNESS must be a number above -1 and below 1 (not 5)"},
+        {{"--red=-200"}, "--red -200: RED must be a whole number from -100 to 100 (not -200)"},
+        {{"--saturation", "-5"}, "--saturation -5: PERCENT must be a whole number from 0 to 400 (not -5)"},
+        {{"--hue", "x"}, "--hue x: PERCENT must be a whole number from 0 to 400 (not 'x')"},
+        {{"--whiten", "-10"}, "--whiten -10: PERCENT must be a whole number from 1 to 400 (not -10)"},
+        {{"--stretch", "0.5,0.5"}, "--stretch 0.5,0.5: LOW must be below HIGH (0 <= LOW < HIGH <= 1)"},
+        {{"--filter", "gaussian,3,0"}, "--filter gaussian,3,0: PARAM must be a number above 0, up to 100 (not 0)"},
+        {{"--filter", "gaussian,4"}, "--filter gaussian,4: SIZE must be odd (3, 5, 7 ... 99)"},
+        {{"--filter", "mean,1"}, "--filter mean,1: SIZE must be a whole number from 3 to 99 (not 1)"},
+        {{"--filter", "laplacian,5"}, "--filter laplacian,5: SIZE must be 3 for laplacian (a 3x3 kernel)"},
+        {{"--filter", "mean,3,2"}, "--filter mean,3,2: mean takes no PARAM (only gaussian and sinc do)"},
+        {{"--filter", "12"},
          "--filter 12: KIND must be one of mean, gaussian, ramp, parabola, sine, sinc, laplacian, gradient-x, "
          "gradient-y, gradient-diagonal, or a number from 0 to 9 (not 12)"},
-        {{"process", in, out, "--median", "0.2,1"}, "--median 0.2,1: RADIUS must be a whole number from 3 to 50 (not 1)"},
-        {{"process", in, out, "--median", "0.001,3"},
-         "--median 0.001,3: TOLERANCE must be a number from 0.01 to 0.99 (not 0.001)"},
-        {{"process", in, out, "--median", "0.2"}, "--median 0.2: RADIUS is missing (expected TOLERANCE,RADIUS)"},
-        {{"process", in, out, "--unsharp", "0,1.5"}, "--unsharp 0,1.5: RADIUS must be a number from 1 to 100 (not 0)"},
-        {{"process", in, out, "--unsharp", "2,0,0"}, "--unsharp 2,0,0: GAIN+ and GAIN- cannot both be 0"},
-        {{"process", in, out, "--unsharp", "2,1,1,-1"},
-         "--unsharp 2,1,1,-1: THRESHOLD+ must be a number from 0 to 65535 (not -1)"},
-        {{"process", in, out, "--rotate", "45"}, "--rotate 45: DEGREES must be 90, 180 or 270 (not 45)"},
-        {{"process", in, out, "--resample", "0x5"}, "--resample 0x5: WIDTH must be a whole number from 1 to 65535 (not 0)"},
-        {{"process", in, out, "--lut-palette", "13"},
+        {{"--median", "0.2,1"}, "--median 0.2,1: RADIUS must be a whole number from 3 to 50 (not 1)"},
+        {{"--median", "0.001,3"}, "--median 0.001,3: TOLERANCE must be a number from 0.01 to 0.99 (not 0.001)"},
+        {{"--median", "0.2"}, "--median 0.2: RADIUS is missing (expected TOLERANCE,RADIUS)"},
+        {{"--unsharp", "0,1.5"}, "--unsharp 0,1.5: RADIUS must be a number from 1 to 100 (not 0)"},
+        {{"--unsharp", "2,0,0"}, "--unsharp 2,0,0: GAIN+ and GAIN- cannot both be 0"},
+        {{"--unsharp", "2,1,1,-1"}, "--unsharp 2,1,1,-1: THRESHOLD+ must be a number from 0 to 65535 (not -1)"},
+        {{"--rotate", "45"}, "--rotate 45: DEGREES must be 90, 180 or 270 (not 45)"},
+        {{"--resample", "0x5"}, "--resample 0x5: WIDTH must be a whole number from 1 to 65535 (not 0)"},
+        {{"--lut-palette", "13"},
          "--lut-palette 13: PALETTE must be 11, 12, 21, 22, 23, grey, inverted, false-colour-1, false-colour-2 or blue "
          "(not 13)"},
-        {{"process", in, out, "--negative", "--zone", "20,0,25,5"},
+        {{"--negative", "--zone", "20,0,25,5"},
          "--zone 20,0,25,5: the zone must lie within the 16 x 16 image (0 <= LEFT < RIGHT <= 15, 0 <= TOP < BOTTOM <= 15)"},
-        {{"process", in, out, "--negative", "--zone", "4,0,4,9"},
+        {{"--negative", "--zone", "4,0,4,9"},
          "--zone 4,0,4,9: the zone must lie within the 16 x 16 image (0 <= LEFT < RIGHT <= 15, 0 <= TOP < BOTTOM <= 15)"},
-        {{"process", in, out, "--unsharp-disc", "16,2,3,2,1"},
+        {{"--unsharp-disc", "16,2,3,2,1"},
          "--unsharp-disc 16,2,3,2,1: the centre must lie within the 16 x 16 image (X <= 15, Y <= 15)"},
         {{"process", in, out}, "process: no step given (see `kevra process --help`)"},
-        {{"process", in, out, "--pseudo3d"}, ""},
+        {{"--pseudo3d"}, ""},
         {{"palette", in, out, "--palette", "13"},
          "--palette: '13' is not a predefined palette (11, 12, 21, 22, 23, or grey, inverted, false-colour-1, "
          "false-colour-2, blue)"},
@@ -144,7 +137,10 @@ TEST_F(CliProcess, UsageErrorsGiveTheirReason)
         {{}, ""},
     };
     for (const Case & c : cases) {
-        const CliRun r = run_cli(c.args, dir);
+        std::vector<std::string> args = c.args;
+        if (!args.empty() && args[0].rfind("--", 0) == 0)
+            args.insert(args.begin(), {"process", in, out});
+        const CliRun r = run_cli(args, dir);
         EXPECT_EQ(r.code, 2) << c.err;
         EXPECT_TRUE(c.err.empty() || r.err == "kevra: " + c.err + "\n") << r.err;
     }
@@ -193,8 +189,7 @@ TEST_F(CliProcess, FailuresAreOneLineMessagesAndLeaveNoPartialOutput)
               (std::vector<std::string>{"cut.bmp", "in.bmp", "notes.bmp", "out.bmp", "rle.bmp"}));
 
     // Named as the output, the input is replaced by the result.
-    const CliRun r = run_cli({"process", in, in, "--negative"}, dir);
-    EXPECT_EQ(r.code, 0) << r.err;
+    run_ok({"process", in, in, "--negative"}, dir);
     EXPECT_NE(read_file(in), before);
 }
 
@@ -202,9 +197,8 @@ TEST_F(CliProcess, VerboseAndTrace)
 {
     const std::string in = dir.file("in.bmp"), out = dir.file("out.bmp"), trace = dir.file("trace.txt");
     write_picture(in, 30, 20, 8, 8);
-    const CliRun r = run_cli(
+    const CliRun r = run_ok(
         {"process", in, out, "-v", "--trace", trace, "--rotate", "90", "--median", "0.2,3", "--gamma", "0.9"}, dir);
-    ASSERT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.out.find(out + ": 20 x 30 pixels\n"), 0u) << r.out;
     for (const char * label : {"\n  --rotate 90 ", "\n  --median 0.2,3 ", "\n  look-up table ", "\n  total "})
         EXPECT_NE(r.out.find(label), std::string::npos) << label << " in\n" << r.out;
