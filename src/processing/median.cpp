@@ -53,7 +53,11 @@ struct InteriorReciprocalDouble {
     double mean(float sum) const { return static_cast<double>(sum) * inverse; }
     bool above(uint32_t centre, float sum) const { return double(centre) >= mean(sum) * (1.0 + tolerance); }
     bool below(uint32_t centre, float sum) const { return double(centre) <= mean(sum) * (1.0 - tolerance); }
-    bool replaces(uint32_t centre, float sum) const { return above(centre, sum) | below(centre, sum); }
+    bool replaces(uint32_t centre, float sum) const
+    {
+        const bool up = above(centre, sum), down = below(centre, sum);
+        return up || down;
+    }
 };
 
 // 16-bit interior: single precision throughout (a deliberate difference from the 8-bit class,
@@ -112,7 +116,11 @@ struct InteriorHalfWindowQuotient {
     double mean(float sum) const { return static_cast<double>(sum) / full; }
     bool above(uint32_t centre, float sum) const { return double(centre) >= mean(sum) * (1.0 + tolerance); }
     bool below(uint32_t centre, float sum) const { return double(centre) <= mean(sum) * (1.0 - tolerance); }
-    bool replaces(uint32_t centre, float sum) const { return above(centre, sum) | below(centre, sum); }
+    bool replaces(uint32_t centre, float sum) const
+    {
+        const bool up = above(centre, sum), down = below(centre, sum);
+        return up || down;
+    }
 };
 
 // The plain bubble sort with its own flag: the filter does not call it (it keeps its flag for

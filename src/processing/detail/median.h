@@ -197,6 +197,8 @@ public:
         // One band centre: decided against the ring, replaced as a later replacement; the
         // band's first replacement also keeps its value as the call's first.
         auto visit = [&](Band which, const BandCentre &k) {
+            if (k.x < 0 || k.x >= src_.width) // a centre the band rules put past the image
+                return;
             sample &centre = row[k.x * channels + k.c];
             const BandPick pick = band_pick_streamed(k, centre, gathered.get(), !firsts[which].met);
             FirstOfBand &f = firsts[which];
