@@ -211,8 +211,6 @@ TEST_F(CliFiles, RefusalsNameTheProblemAndWriteNothing)
         {{"lut", p + "o.bmp", "--gamma", "0"}, 2, "--gamma 0: GAMMA must be a number above 0, up to 10 (not 0)"},
         {{"info", in, "--zone", "2,2,9,3"}, 2,
          "--zone 2,2,9,3: the zone must lie within the 6 x 4 image (0 <= LEFT <= RIGHT <= 5, 0 <= TOP <= BOTTOM <= 3)"},
-        {{"histogram", in, p + "o.bmp", "--zone", "7,0,8,1"}, 2,
-         "--zone 7,0,8,1: the zone must lie within the 6 x 4 image (0 <= LEFT <= RIGHT <= 5, 0 <= TOP <= BOTTOM <= 3)"},
         {{"process", in, p + "o.bmp", "--negative", "--max-pixels", "23"}, 1,
          in + ": 6 x 4 pixels is more than --max-pixels allows (23)"},
         {{"process", in, p + "o.bmp", "--resample", "10x10", "--max-pixels", "99"}, 1,
