@@ -218,7 +218,6 @@ AGAINST_CPP = [
     (lambda a, **k: kevra.contrast(a, 1.3, **k), ("tone", 0, 1.3, 1), (8, 16, 24)),
     (lambda a, **k: kevra.gamma(a, 0.7, **k), ("tone", 0, 1, 0.7), (8, 16, 24)),
     (lambda a, **k: kevra.luminance(a, 80, **k), ("luminance", 80), (24,)),
-    (lambda a, **k: kevra.levels(a, -20, 0, 40, **k), ("levels", -20, 0, 40), (24,)),
     (lambda a, **k: kevra.Filter.kernel(KERNEL).apply(a, **k), ("kernel", "none", 1, 3, 3, *KERNEL[::-1].ravel()),
      (8, 16, 24)),
     (lambda a, **k: kevra.Filter.kernel(KERNEL).apply(a, offset=20, factor=0.5, **k),
