@@ -73,14 +73,27 @@ TEST_F(CliProcess, ChainsMatchTheLibrary)
 }
 
 // Usage errors exit with 2, the sequencer's own refusal text when it has one,
-// before anything is written.
-TEST_F(CliProcess, UsageErrorsGiveTheirReason)
+// before anything is written. Unreadable, cut or unsupported files, a step of
+// the wrong depth, a failing step, an unwritable output: exit 1 with one line
+// naming the file. Either way the input is untouched, an existing output left
+// as it was, and no temporary left behind.
+TEST_F(CliProcess, RefusalsAndFailuresAreOneLineAndLeaveNoPartialOutput)
 {
-    const std::string in = dir.file("in.bmp"), out = dir.file("out.bmp");
-    write_picture(in, 16, 16, 8, 5);
+    const std::string in = dir.file("in.bmp"), text = dir.file("notes.bmp"), cut = dir.file("cut.bmp"),
+                      rle = dir.file("rle.bmp"), missing = dir.file("missing.bmp"), out = dir.file("out.bmp"),
+                      nowhere = dir.file("no-such-dir/out.bmp");
+    write_picture(in, 20, 10, 8, 6);
+    const std::vector<uint8_t> before = read_file(in);
+    write_file(text, {'h', 'e', 'l', 'l', 'o', '\n'});
+    write_file(cut, std::vector<uint8_t>(before.begin(), before.end() - 7));
+    std::vector<uint8_t> bytes = before;
+    bytes[30] = 1; // compression 1 in an 8-bit file
+    write_file(rle, bytes);
+    write_file(out, {1, 2, 3});
     const struct Case {
         std::vector<std::string> args; // options of `process in out` when they start with "--"
         std::string err;               // empty: not checked (the parser's own text)
+        int code = 2;
     } cases[] = {
         {{"--contrast", "-1"}, "--contrast -1: CONTRAST must be a number above 0, up to 10 (not -1)"},
         {{"--brightness", "5"}, "--brightness 5: BRIGHTNESS must be a number above -1 and below 1 (not 5)"},
@@ -108,9 +121,9 @@ TEST_F(CliProcess, UsageErrorsGiveTheirReason)
          "--lut-palette 13: PALETTE must be 11, 12, 21, 22, 23, grey, inverted, false-colour-1, false-colour-2 or blue "
          "(not 13)"},
         {{"--negative", "--zone", "4,0,4,9"},
-         "--zone 4,0,4,9: the zone must lie within the 16 x 16 image (0 <= LEFT < RIGHT <= 15, 0 <= TOP < BOTTOM <= 15)"},
-        {{"--unsharp-disc", "16,2,3,2,1"},
-         "--unsharp-disc 16,2,3,2,1: the centre must lie within the 16 x 16 image (X <= 15, Y <= 15)"},
+         "--zone 4,0,4,9: the zone must lie within the 20 x 10 image (0 <= LEFT < RIGHT <= 19, 0 <= TOP < BOTTOM <= 9)"},
+        {{"--unsharp-disc", "20,2,3,2,1"},
+         "--unsharp-disc 20,2,3,2,1: the centre must lie within the 20 x 10 image (X <= 19, Y <= 9)"},
         {{"process", in, out}, "process: no step given (see `kevra process --help`)"},
         {{"--pseudo3d"}, ""},
         {{"palette", in, out, "--palette", "13"},
@@ -119,53 +132,21 @@ TEST_F(CliProcess, UsageErrorsGiveTheirReason)
         {{"lut", out, "--bits", "16", "--red", "5"}, "--red needs --bits 24 (grey tables have one curve)"},
         {{"convert", in, out, "--bits", "12"}, ""},
         {{}, ""},
+        {{"process", missing, out, "--negative"}, missing + ": No such file or directory", 1},
+        {{"process", text, out, "--negative"}, text + ": not an image file kevra reads (BMP, PNG, TIFF, JPEG or DICOM)", 1},
+        {{"process", cut, out, "--negative"}, cut + ": truncated BMP file (1271 bytes, 1278 expected)", 1},
+        {{"process", rle, out, "--negative"}, rle + ": truncated BMP file (RLE8 data cut short)", 1},
+        {{"process", in, out, "--saturation", "50"},
+         in + ": --saturation 50 needs a 24-bit colour image (this one is 8-bit)", 1},
+        {{"process", in, nowhere, "--negative"}, nowhere + ": cannot write: No such file or directory", 1},
     };
     for (const Case & c : cases) {
         std::vector<std::string> args = c.args;
         if (!args.empty() && args[0].rfind("--", 0) == 0)
             args.insert(args.begin(), {"process", in, out});
         const CliRun r = run_cli(args, dir);
-        EXPECT_EQ(r.code, 2) << c.err;
+        EXPECT_EQ(r.code, c.code) << c.err;
         EXPECT_TRUE(c.err.empty() || r.err == "kevra: " + c.err + "\n") << r.err;
-    }
-    EXPECT_FALSE(fs::exists(out));
-}
-
-// Unreadable, cut or unsupported files, a step of the wrong depth, a failing
-// step, a refused zone, an unwritable output: exit 1 with one line naming the
-// file; the input untouched, an existing output left as it was, no temporary
-// left behind.
-TEST_F(CliProcess, FailuresAreOneLineMessagesAndLeaveNoPartialOutput)
-{
-    const std::string in = dir.file("in.bmp"), text = dir.file("notes.bmp"), cut = dir.file("cut.bmp"),
-                      rle = dir.file("rle.bmp"), missing = dir.file("missing.bmp"), out = dir.file("out.bmp"),
-                      nowhere = dir.file("no-such-dir/out.bmp");
-    write_picture(in, 20, 10, 8, 6);
-    const std::vector<uint8_t> before = read_file(in);
-    write_file(text, {'h', 'e', 'l', 'l', 'o', '\n'});
-    write_file(cut, std::vector<uint8_t>(before.begin(), before.end() - 7));
-    std::vector<uint8_t> bytes = before;
-    bytes[30] = 1; // compression 1 in an 8-bit file
-    write_file(rle, bytes);
-    write_file(out, {1, 2, 3});
-    const struct Case {
-        std::string file, output;
-        std::vector<std::string> steps;
-        std::string err;
-    } cases[] = {
-        {missing, out, {"--negative"}, "No such file or directory"},
-        {text, out, {"--negative"}, "not an image file kevra reads (BMP, PNG, TIFF, JPEG or DICOM)"},
-        {cut, out, {"--negative"}, "truncated BMP file (1271 bytes, 1278 expected)"},
-        {rle, out, {"--negative"}, "truncated BMP file (RLE8 data cut short)"},
-        {in, out, {"--saturation", "50"}, "--saturation 50 needs a 24-bit colour image (this one is 8-bit)"},
-        {in, nowhere, {"--negative"}, "cannot write: No such file or directory"},
-    };
-    for (const Case & c : cases) {
-        std::vector<std::string> args = {"process", c.file, c.output};
-        args.insert(args.end(), c.steps.begin(), c.steps.end());
-        const CliRun r = run_cli(args, dir);
-        EXPECT_EQ(r.code, 1) << c.err;
-        EXPECT_EQ(r.err, "kevra: " + (c.output == nowhere ? nowhere : c.file) + ": " + c.err + "\n");
     }
     EXPECT_EQ(read_file(in), before);
     EXPECT_EQ(read_file(out), (std::vector<uint8_t>{1, 2, 3}));
