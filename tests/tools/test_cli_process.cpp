@@ -1,5 +1,5 @@
 // `kevra process` end to end: the program's output files against the library
-// run directly on the same input, and its failures.
+// run directly on the same input, its report and trace, and batches.
 #include "cli_support.h"
 
 namespace cli_test {
@@ -70,92 +70,6 @@ TEST_F(CliProcess, ChainsMatchTheLibrary)
         ASSERT_FALSE(expected.empty());
         EXPECT_EQ(read_file(out), expected);
     }
-}
-
-// Usage errors exit with 2, the sequencer's own refusal text when it has one,
-// before anything is written. Unreadable, cut or unsupported files, a step of
-// the wrong depth, a failing step, an unwritable output: exit 1 with one line
-// naming the file. Either way the input is untouched, an existing output left
-// as it was, and no temporary left behind.
-TEST_F(CliProcess, RefusalsAndFailuresAreOneLineAndLeaveNoPartialOutput)
-{
-    const std::string in = dir.file("in.bmp"), text = dir.file("notes.bmp"), cut = dir.file("cut.bmp"),
-                      rle = dir.file("rle.bmp"), missing = dir.file("missing.bmp"), out = dir.file("out.bmp"),
-                      nowhere = dir.file("no-such-dir/out.bmp");
-    write_picture(in, 20, 10, 8, 6);
-    const std::vector<uint8_t> before = read_file(in);
-    write_file(text, {'h', 'e', 'l', 'l', 'o', '\n'});
-    write_file(cut, std::vector<uint8_t>(before.begin(), before.end() - 7));
-    std::vector<uint8_t> bytes = before;
-    bytes[30] = 1; // compression 1 in an 8-bit file
-    write_file(rle, bytes);
-    write_file(out, {1, 2, 3});
-    const struct Case {
-        std::vector<std::string> args; // options of `process in out` when they start with "--"
-        std::string err;               // empty: not checked (the parser's own text)
-        int code = 2;
-    } cases[] = {
-        {{"--contrast", "-1"}, "--contrast -1: CONTRAST must be a number above 0, up to 10 (not -1)"},
-        {{"--brightness", "5"}, "--brightness 5: BRIGHTNESS must be a number above -1 and below 1 (not 5)"},
-        {{"--red=-200"}, "--red -200: RED must be a whole number from -100 to 100 (not -200)"},
-        {{"--hue", "x"}, "--hue x: PERCENT must be a whole number from 0 to 400 (not 'x')"},
-        {{"--whiten", "-10"}, "--whiten -10: PERCENT must be a whole number from 1 to 400 (not -10)"},
-        {{"--stretch", "0.5,0.5"}, "--stretch 0.5,0.5: LOW must be below HIGH (0 <= LOW < HIGH <= 1)"},
-        {{"--filter", "gaussian,3,0"}, "--filter gaussian,3,0: PARAM must be a number above 0, up to 100 (not 0)"},
-        {{"--filter", "gaussian,4"}, "--filter gaussian,4: SIZE must be odd (3, 5, 7 ... 99)"},
-        {{"--filter", "mean,1"}, "--filter mean,1: SIZE must be a whole number from 3 to 99 (not 1)"},
-        {{"--filter", "laplacian,5"}, "--filter laplacian,5: SIZE must be 3 for laplacian (a 3x3 kernel)"},
-        {{"--filter", "mean,3,2"}, "--filter mean,3,2: mean takes no PARAM (only gaussian and sinc do)"},
-        {{"--filter", "12"},
-         "--filter 12: KIND must be one of mean, gaussian, ramp, parabola, sine, sinc, laplacian, gradient-x, "
-         "gradient-y, gradient-diagonal, or a number from 0 to 9 (not 12)"},
-        {{"--median", "0.2,1"}, "--median 0.2,1: RADIUS must be a whole number from 3 to 50 (not 1)"},
-        {{"--median", "0.001,3"}, "--median 0.001,3: TOLERANCE must be a number from 0.01 to 0.99 (not 0.001)"},
-        {{"--median", "0.2"}, "--median 0.2: RADIUS is missing (expected TOLERANCE,RADIUS)"},
-        {{"--unsharp", "0,1.5"}, "--unsharp 0,1.5: RADIUS must be a number from 1 to 100 (not 0)"},
-        {{"--unsharp", "2,0,0"}, "--unsharp 2,0,0: GAIN+ and GAIN- cannot both be 0"},
-        {{"--unsharp", "2,1,1,-1"}, "--unsharp 2,1,1,-1: THRESHOLD+ must be a number from 0 to 65535 (not -1)"},
-        {{"--rotate", "45"}, "--rotate 45: DEGREES must be 90, 180 or 270 (not 45)"},
-        {{"--resample", "0x5"}, "--resample 0x5: WIDTH must be a whole number from 1 to 65535 (not 0)"},
-        {{"--lut-palette", "13"},
-         "--lut-palette 13: PALETTE must be 11, 12, 21, 22, 23, grey, inverted, false-colour-1, false-colour-2 or blue "
-         "(not 13)"},
-        {{"--negative", "--zone", "4,0,4,9"},
-         "--zone 4,0,4,9: the zone must lie within the 20 x 10 image (0 <= LEFT < RIGHT <= 19, 0 <= TOP < BOTTOM <= 9)"},
-        {{"--unsharp-disc", "20,2,3,2,1"},
-         "--unsharp-disc 20,2,3,2,1: the centre must lie within the 20 x 10 image (X <= 19, Y <= 9)"},
-        {{"process", in, out}, "process: no step given (see `kevra process --help`)"},
-        {{"--pseudo3d"}, ""},
-        {{"palette", in, out, "--palette", "13"},
-         "--palette: '13' is not a predefined palette (11, 12, 21, 22, 23, or grey, inverted, false-colour-1, "
-         "false-colour-2, blue)"},
-        {{"lut", out, "--bits", "16", "--red", "5"}, "--red needs --bits 24 (grey tables have one curve)"},
-        {{"convert", in, out, "--bits", "12"}, ""},
-        {{}, ""},
-        {{"process", missing, out, "--negative"}, missing + ": No such file or directory", 1},
-        {{"process", text, out, "--negative"}, text + ": not an image file kevra reads (BMP, PNG, TIFF, JPEG or DICOM)", 1},
-        {{"process", cut, out, "--negative"}, cut + ": truncated BMP file (1271 bytes, 1278 expected)", 1},
-        {{"process", rle, out, "--negative"}, rle + ": truncated BMP file (RLE8 data cut short)", 1},
-        {{"process", in, out, "--saturation", "50"},
-         in + ": --saturation 50 needs a 24-bit colour image (this one is 8-bit)", 1},
-        {{"process", in, nowhere, "--negative"}, nowhere + ": cannot write: No such file or directory", 1},
-    };
-    for (const Case & c : cases) {
-        std::vector<std::string> args = c.args;
-        if (!args.empty() && args[0].rfind("--", 0) == 0)
-            args.insert(args.begin(), {"process", in, out});
-        const CliRun r = run_cli(args, dir);
-        EXPECT_EQ(r.code, c.code) << c.err;
-        EXPECT_TRUE(c.err.empty() || r.err == "kevra: " + c.err + "\n") << r.err;
-    }
-    EXPECT_EQ(read_file(in), before);
-    EXPECT_EQ(read_file(out), (std::vector<uint8_t>{1, 2, 3}));
-    EXPECT_EQ(listing(dir.path().string()),
-              (std::vector<std::string>{"cut.bmp", "in.bmp", "notes.bmp", "out.bmp", "rle.bmp"}));
-
-    // Named as the output, the input is replaced by the result.
-    run_ok({"process", in, in, "--negative"}, dir);
-    EXPECT_NE(read_file(in), before);
 }
 
 TEST_F(CliProcess, VerboseAndTrace)
