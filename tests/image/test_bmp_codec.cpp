@@ -120,8 +120,6 @@ TEST(BmpCodec, BadHeadersFailWithTheirTextAndKeepTheImage)
     };
     const Case cases[] = {
         {"zero width", 0, 4, 8, 0, 0, "Can't allocate memory"},
-        {"negative width", -4, 4, 24, 0, 0, "Can't allocate memory"},
-        {"zero height", 4, 0, 24, 0, 0, "Can't allocate memory"},
         {"min height", 4, INT32_MIN, 24, 0, 0, "Can't allocate memory"},
         {"huge", 0x7FFFFFFF, 0x7FFFFFFF, 24, 0, 0, "Can't allocate memory"},
         {"wide row", 0x40000000, 1, 24, 0, 0, "Can't allocate memory"},

@@ -80,34 +80,29 @@ TEST(Histogram, ColourChannelsAndLuminance)
     EXPECT_TRUE(r == counts({zone[0]}) && b3 == counts({zone[2]}));
 }
 
-// a = 655, T1 = 100, b = 64880, T2 = 99 (1 - 0.99f is just below 0.01). The low cut reaches
-// its 100 samples at level 5; the high cut stops after the 99 samples at 65535. With a high
-// count of 100 it would go on down to 64880 and 30000 would move much further.
-TEST(EgalisationHistogramme, SixteenBitCutsAreSinglePrecision)
+// 16 bits, p = 0.01, q = 0.99 on stretch_case16 in the left 100 x 100 of a buffer 100 or 200
+// wide. 100 wide: a = 655, T1 = 100, b = 64880, T2 = 99 (1 - 0.99f is just below 0.01). The low
+// cut reaches its 100 samples at level 5; the high cut stops after the 99 samples at 65535
+// (with a high count of 100 it would go on down to 64880 and 30000 would move much further):
+// 30000 -> trunc(29995 * (65535 / 65530)) = 29997, 5 -> 0. 200 wide: the counts T1 and T2
+// double (200, 199) while the histogram still holds the rectangle only, so both cuts go
+// further: low = a = 655, high = b = 64880, 30000 -> trunc(29345 * 65535 / 64225) = 29943.
+// Outside the rectangle nothing changes.
+TEST(EgalisationHistogramme, SixteenBitCutsAreSinglePrecisionOverTheWholeBuffersCount)
 {
-    Buf buf = stretch_case16();
-    CRect all(0, 0, 99, 99);
-    EXPECT_TRUE(CTraitementImg_16_Bpp().EgalisationHistogramme(0.01f, 0.99f, 100, 100, buf.bits(), all));
-    EXPECT_EQ(buf.get(0, 0), 0);
-    EXPECT_EQ(buf.get(99, 0), 0); // was 5 = low
-    EXPECT_EQ(buf.get(0, 1), 65535);
-    EXPECT_EQ(buf.get(50, 50), 29997); // trunc(29995 * (65535 / 65530))
-    EXPECT_TRUE(buf.intact());
-}
-
-// Same samples in the left 100 x 100 of a 200 x 100 buffer: the counts T1 and T2 double
-// (200, 199) while the histogram still holds the rectangle only, so both cuts go further:
-// low = a = 655, high = b = 64880, 30000 -> trunc(29345 * 65535 / 64225).
-TEST(EgalisationHistogramme, PixelCountIsTheWholeBuffer)
-{
-    Buf small = stretch_case16(), buf(200, 100, 16);
-    for (long r = 0; r < 100; ++r)
-        std::memcpy(buf.bits() + r * buf.pitch, small.bits() + r * small.pitch, 200);
-    const Buf before = buf;
-    CRect rc(0, 0, 99, 99);
-    EXPECT_TRUE(CTraitementImg_16_Bpp().EgalisationHistogramme(0.01f, 0.99f, 200, 100, buf.bits(), rc));
-    EXPECT_EQ(buf.get(50, 50), 29943);
-    expect_in_rect(before, buf, rc, [&](int, long x, long r, int) { return buf.get(x, r); });
+    for (long width : {100, 200}) {
+        Buf small = stretch_case16(), buf(width, 100, 16);
+        for (long r = 0; r < 100; ++r)
+            std::memcpy(buf.bits() + r * buf.pitch, small.bits() + r * small.pitch, 200);
+        const Buf before = buf;
+        CRect rc(0, 0, 99, 99);
+        EXPECT_TRUE(CTraitementImg_16_Bpp().EgalisationHistogramme(0.01f, 0.99f, width, 100, buf.bits(), rc));
+        EXPECT_EQ(buf.get(50, 50), width == 100 ? 29997 : 29943);
+        EXPECT_EQ(buf.get(99, 0), 0); // was 5: the low limit, or below it
+        EXPECT_EQ(buf.get(0, 1), 65535);
+        expect_in_rect(before, buf, rc, [&](int, long x, long r, int) { return buf.get(x, r); });
+        EXPECT_TRUE(buf.intact());
+    }
 }
 
 // 3920 pixels at 100, 6080 at 101. p = 0.392: a = 100, T1 = 3920 -> low 100. q = 0.3945:

@@ -125,80 +125,57 @@ TEST(Median, EdgeColumnsAndCornerBlocksNeverChange)
     EXPECT_GT(band_changes, 0);
 }
 
-// A rectangle starting at column 1 with radius 2 has its interior from column 3 (x0 + n),
-// not from column 2: an outlier at column 2 is never examined, one at column 3 is replaced.
-TEST(Median, InteriorStartsAtX0PlusRadius)
+// Band and interior bounds on 8-bit images: each case fills the image, writes rows of levels
+// (buffer row, first column, levels), runs the filter and checks the listed pixels.
+//  - x0 + n: a rectangle starting at column 1 with radius 2 has its interior from column 3, not
+//    from column 2: an outlier at column 2 is never examined, one at column 3 is replaced.
+//  - Right band: its window's right limit is min(n, rB - r), taken from the row. At the
+//    rectangle's top row (re = rB here) the window keeps only columns 0..1 around column 1:
+//    five 100s, so 120 is replaced (inclusive test, 120 >= 100 x 1.2), whereas its full window
+//    (mean 115, with the 140s of column 2) keeps it, in the interior and the left band alike.
+//  - Lower band at the image's bottom row: the window is cut at row rA (5 samples, odd: the
+//    middle one). The first replacement sorts ({10 30 | 20 40 50} -> 30); later ones in the same
+//    call take gathering element 2 unsorted: at column 5, its upper-left neighbour (25).
+//  - Deliberate asymmetry of the interior bounds: a row end exactly n rows below the last row is
+//    pulled in (re = rB - n, so buffer row 3 is upper band, its window cut at rB: five 100s, and
+//    120 is replaced), a column end exactly n columns from the last column is not (column 3
+//    stays interior, with the 200s of column 4 in its window: 60 is replaced by 100).
+//  - A lower band window at the bottom row with radius 2 holds 3 x 5 - 1 = 14 samples, an even
+//    count: the lower of the two middle values is written (sorted 91 .. 104: 97, not 98).
+TEST(Median, BandAndInteriorBounds)
 {
-    Buf b(10, 9, 8);
-    b.fill(50);
-    b.set(2, 4, 250);
-    b.set(3, 3, 250);
-    ASSERT_TRUE(median(b, CRect(1, 0, 9, 8), 0.2, 2));
-    EXPECT_EQ(b.get(2, 4), 250);
-    EXPECT_EQ(b.get(3, 3), 50);
-}
-
-// Right band: its window's right limit is min(n, rB - r), taken from the row. At the
-// rectangle's top row (re = rB here) the window keeps only columns 0..1 around column 1:
-// five 100s, so 120 is replaced (inclusive test, 120 >= 100 x 1.2), whereas its full window
-// (mean 115, with the 140s of column 2) keeps it, in the interior and the left band alike.
-TEST(Median, RightBandUsesRowBasedLimit)
-{
-    Buf b(6, 6, 8);
-    for (long r = 0; r < 6; ++r)
-        b.set_row(r, {100, 100, 140, 140, 140, 140});
-    b.set(1, 3, 120);
-    Buf expected = b;
-    expected.set(1, 3, 100);
-    ASSERT_TRUE(median(b, CRect(0, 2, 5, 5), 0.2, 1)); // buffer rows 0..3; interior rows 1..3, columns 1..4
-    EXPECT_EQ(b.rows(), expected.rows());
-}
-
-// Lower band at the image's bottom row: the window is cut at row rA (5 samples, odd: the
-// middle one). The first replacement sorts ({10 30 | 20 40 50} -> 30); later ones in the same
-// call take gathering element 2 unsorted: at column 5, its upper-left neighbour.
-TEST(Median, LowerBandPicksAndSharedFlag)
-{
-    Buf b(7, 4, 8);
-    b.fill(30);
-    b.set_row(0, {10, 200, 30, 30, 30, 200, 30}); // two outliers, columns 1 and 5
-    b.set_row(1, {20, 40, 50, 30, 25, 35, 45});
-    ASSERT_TRUE(median(b, CRect(0, 3, 6, 3), 0.2, 1)); // buffer row 0 only: all band
-    EXPECT_EQ(b.get(1, 0), 30); // sorted {10, 30, 20, 40, 50}: 30
-    EXPECT_EQ(b.get(5, 0), 25); // unsorted {30, 30, 25, 35, 45}: element 2 = (4, 1)
-}
-
-// Deliberate asymmetry of the interior bounds: a row end exactly n rows below the last row is
-// pulled in (re = rB - n, so buffer row 3 here is upper band, its window cut at rB: five 100s,
-// and 120 is replaced), a column end exactly n columns from the last column is not (column 3
-// stays interior, with the 200s of column 4 in its window: 60 is replaced by 100).
-TEST(Median, RowEndIsPulledInColumnEndIsNot)
-{
-    Buf rows(5, 5, 8), cols(5, 5, 8);
-    rows.fill(100);
-    rows.set_row(4, {200, 200, 200, 200, 200});
-    rows.set(2, 3, 120);
-    ASSERT_TRUE(median(rows, CRect(0, 1, 4, 4), 0.2, 1)); // rB = 3 = h - 1 - n
-    EXPECT_EQ(rows.get(2, 3), 100);
-    cols.fill(100);
-    for (long r = 0; r < 5; ++r)
-        cols.set(4, r, 200);
-    cols.set(3, 2, 60);
-    ASSERT_TRUE(median(cols, CRect(0, 0, 3, 4), 0.2, 1)); // x1 = 3 = w - 1 - n
-    EXPECT_EQ(cols.get(3, 2), 100);
-}
-
-// A lower band window at the bottom row with radius 2 holds 3 x 5 - 1 = 14 samples, an even
-// count: the lower of the two middle values is written (sorted 91 .. 104: 97, not 98).
-TEST(Median, BandPicksTheLowerMiddleOfAnEvenCount)
-{
-    Buf b(7, 6, 8);
-    b.fill(100);
-    b.set_row(0, {91, 92, 250, 93, 94}, 1);
-    b.set_row(1, {95, 96, 97, 98, 99}, 1);
-    b.set_row(2, {100, 101, 102, 103, 104}, 1);
-    ASSERT_TRUE(median(b, CRect(0, 0, 6, 5), 0.5, 2));
-    EXPECT_EQ(b.get(3, 0), 97);
+    struct Change { long x, r; int v; };
+    const struct {
+        long w, h;
+        int fill;
+        std::vector<std::vector<int>> rows; // buffer row, first column, levels
+        CRect rc;
+        double tol;
+        unsigned short n;
+        std::vector<Change> checks;
+    } cases[] = {
+        {10, 9, 50, {{4, 2, 250}, {3, 3, 250}}, CRect(1, 0, 9, 8), 0.2, 2, {{2, 4, 250}, {3, 3, 50}}},
+        {6, 6, 100, {{0, 2, 140, 140, 140, 140}, {1, 2, 140, 140, 140, 140}, {2, 2, 140, 140, 140, 140},
+                     {3, 1, 120, 140, 140, 140, 140}, {4, 2, 140, 140, 140, 140}, {5, 2, 140, 140, 140, 140}},
+         CRect(0, 2, 5, 5), 0.2, 1, {{1, 3, 100}}},
+        {7, 4, 30, {{0, 0, 10, 200, 30, 30, 30, 200, 30}, {1, 0, 20, 40, 50, 30, 25, 35, 45}}, CRect(0, 3, 6, 3), 0.2, 1,
+         {{1, 0, 30}, {5, 0, 25}}},
+        {5, 5, 100, {{4, 0, 200, 200, 200, 200, 200}, {3, 2, 120}}, CRect(0, 1, 4, 4), 0.2, 1, {{2, 3, 100}}},
+        {5, 5, 100, {{0, 4, 200}, {1, 4, 200}, {2, 3, 60, 200}, {3, 4, 200}, {4, 4, 200}}, CRect(0, 0, 3, 4), 0.2, 1,
+         {{3, 2, 100}}},
+        {7, 6, 100, {{0, 1, 91, 92, 250, 93, 94}, {1, 1, 95, 96, 97, 98, 99}, {2, 1, 100, 101, 102, 103, 104}},
+         CRect(0, 0, 6, 5), 0.5, 2, {{3, 0, 97}}},
+    };
+    for (const auto &c : cases) {
+        Buf b(c.w, c.h, 8);
+        b.fill(c.fill);
+        for (const auto &row : c.rows)
+            for (std::size_t i = 2; i < row.size(); ++i)
+                b.set(row[1] + static_cast<long>(i) - 2, row[0], row[i]);
+        ASSERT_TRUE(median(b, c.rc, c.tol, c.n));
+        for (const Change &k : c.checks)
+            EXPECT_EQ(b.get(k.x, k.r), k.v) << "case " << &c - cases << " at " << k.x << "," << k.r;
+    }
 }
 
 TEST(Median, TriBulleOptimiseSorts)

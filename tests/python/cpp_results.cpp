@@ -77,8 +77,6 @@ bool change(const std::string & op, CDib & image, char ** v, int n)
         });
     if (op == "luminance" && n == 1)
         return CTraitementImg_24_Bpp().ReglageLuminance(i(v[0]), &image);
-    if (op == "levels" && n == 3)
-        return CTraitementImg_24_Bpp().ReglageRougeVertBleu(i(v[0]), i(v[1]), i(v[2]), &image);
     if (op == "kernel" && n >= 4) { // OFFSET|none FACTOR W H COEFFICIENTS (library order)
         std::vector<float> k;
         for (int c = 4; c < n; ++c)

@@ -73,7 +73,6 @@ TEST_F(SequencerChecks, ParameterChecksAndTheirExactLines)
         {S::e_LUT, palette(&table, 12),
          "Traitement e_LUT, seulement un des parametres Palette ou pLUT peut être non NULL!"},
         {S::e_LUT, palette(nullptr, 13), "Traitement e_LUT, params Palette (13) est invalide !"},
-        {S::e_LUT, palette(nullptr, 20), "Traitement e_LUT, params Palette (20) est invalide !"},
         {S::e_EgalisationHistogramme, stretch(0.0f, 1.0f), nullptr},
         {S::e_EgalisationHistogramme, stretch(0.5f, 0.5f),
          "Traitement e_EgalisationHistogramme, les parametres Min (0.500000), Max (0.500000) sont invalides!"},

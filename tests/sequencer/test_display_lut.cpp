@@ -80,11 +80,6 @@ TEST_F(DisplayLut, SettingsApplyInTheirFixedOrder)
     ASSERT_TRUE(S::ComputeDisplayPalette(&table, 0.05f, 1.2f, 0.7f, kevra::e_Palette21, 15, -10, 40, true, &extra));
     EXPECT_EQ(lut_entries(table),
               chain({tone_lut(0.05f, 1.2f, 0.7f), levels_lut(15, -10, 40), negative, extra, false_colour}));
-
-    // The negative and the inverted palette: applied twice, they cancel.
-    ASSERT_TRUE(S::ComputeDisplayPalette(&table, 0.0f, 1.0f, 1.0f, kevra::e_Palette12, 0, 0, 0, true, nullptr));
-    EXPECT_EQ(lut_entries(table), chain({tone_lut(0.0f, 1.0f, 1.0f), levels_lut(0, 0, 0), negative, negative}));
-    EXPECT_EQ(lut_entries(table), chain({tone_lut(0.0f, 1.0f, 1.0f), levels_lut(0, 0, 0)}));
     EXPECT_EQ(trace.text(), "");
 }
 

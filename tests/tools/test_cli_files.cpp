@@ -184,62 +184,124 @@ TEST_F(CliFiles, DicomMonochromeOneWithTwelveStoredBits)
 }
 #endif
 
-// Refusals: exit 2 (a wrong command line) or 1 (an input kevra cannot read),
-// one line, and nothing written.
-TEST_F(CliFiles, RefusalsNameTheProblemAndWriteNothing)
+// Refusals of a wrong command line (exit 2; a step's own refusal text when it
+// has one) and failures (exit 1: files kevra cannot read, too large, a step of
+// the wrong depth, an unwritable output), one line each. Nothing is written:
+// the inputs untouched, an existing output left as it was, no temporary left.
+TEST_F(CliFiles, RefusalsAndFailuresAreOneLineAndLeaveNoPartialOutput)
 {
-    const std::string in = dir.file("in.bmp"), in24 = dir.file("in24.bmp"), odd = dir.file("odd.bmp"),
-                      jpeg_bmp = dir.file("jpeg.bmp");
-    write_picture(in, 6, 4, 8, 30);
+    const std::string in = dir.file("in.bmp"), text = dir.file("notes.bmp"), cut = dir.file("cut.bmp"),
+                      rle = dir.file("rle.bmp"), missing = dir.file("missing.bmp"), out = dir.file("out.bmp"),
+                      nowhere = dir.file("no-such-dir/out.bmp"), in24 = dir.file("in24.bmp"),
+                      odd = dir.file("odd.bmp"), jpeg_bmp = dir.file("jpeg.bmp"), p = dir.path().string() + "/";
+    write_picture(in, 20, 10, 8, 6);
     write_picture(in24, 6, 4, 24, 31);
     write_file(odd, bmp(2, 2, 7, 0, 0, {}, std::vector<uint8_t>(8)));
     write_file(jpeg_bmp, bmp(2, 2, 24, 4, 0, {}, std::vector<uint8_t>(16)));
-    const std::string p = dir.path().string() + "/";
+    const std::vector<uint8_t> before = read_file(in);
+    write_file(text, {'h', 'e', 'l', 'l', 'o', '\n'});
+    write_file(cut, std::vector<uint8_t>(before.begin(), before.end() - 7));
+    std::vector<uint8_t> bytes = before;
+    bytes[30] = 1; // compression 1 in an 8-bit file
+    write_file(rle, bytes);
+    write_file(out, {1, 2, 3});
     const struct Case {
-        std::vector<std::string> args;
-        int code;
-        std::string err;
+        std::vector<std::string> args; // options of `process in out` when they start with "--"
+        std::string err;               // empty: not checked (the parser's own text)
+        int code = 2;
     } cases[] = {
-        {{"process", in, p + "o.jpg", "--negative"}, 2,
+        {{"--contrast", "-1"}, "--contrast -1: CONTRAST must be a number above 0, up to 10 (not -1)"},
+        {{"--brightness", "5"}, "--brightness 5: BRIGHTNESS must be a number above -1 and below 1 (not 5)"},
+        {{"--red=-200"}, "--red -200: RED must be a whole number from -100 to 100 (not -200)"},
+        {{"--hue", "x"}, "--hue x: PERCENT must be a whole number from 0 to 400 (not 'x')"},
+        {{"--whiten", "-10"}, "--whiten -10: PERCENT must be a whole number from 1 to 400 (not -10)"},
+        {{"--stretch", "0.5,0.5"}, "--stretch 0.5,0.5: LOW must be below HIGH (0 <= LOW < HIGH <= 1)"},
+        {{"--filter", "gaussian,3,0"}, "--filter gaussian,3,0: PARAM must be a number above 0, up to 100 (not 0)"},
+        {{"--filter", "gaussian,4"}, "--filter gaussian,4: SIZE must be odd (3, 5, 7 ... 99)"},
+        {{"--filter", "mean,1"}, "--filter mean,1: SIZE must be a whole number from 3 to 99 (not 1)"},
+        {{"--filter", "laplacian,5"}, "--filter laplacian,5: SIZE must be 3 for laplacian (a 3x3 kernel)"},
+        {{"--filter", "mean,3,2"}, "--filter mean,3,2: mean takes no PARAM (only gaussian and sinc do)"},
+        {{"--filter", "12"},
+         "--filter 12: KIND must be one of mean, gaussian, ramp, parabola, sine, sinc, laplacian, gradient-x, "
+         "gradient-y, gradient-diagonal, or a number from 0 to 9 (not 12)"},
+        {{"--median", "0.2,1"}, "--median 0.2,1: RADIUS must be a whole number from 3 to 50 (not 1)"},
+        {{"--median", "0.001,3"}, "--median 0.001,3: TOLERANCE must be a number from 0.01 to 0.99 (not 0.001)"},
+        {{"--median", "0.2"}, "--median 0.2: RADIUS is missing (expected TOLERANCE,RADIUS)"},
+        {{"--unsharp", "0,1.5"}, "--unsharp 0,1.5: RADIUS must be a number from 1 to 100 (not 0)"},
+        {{"--unsharp", "2,0,0"}, "--unsharp 2,0,0: GAIN+ and GAIN- cannot both be 0"},
+        {{"--unsharp", "2,1,1,-1"}, "--unsharp 2,1,1,-1: THRESHOLD+ must be a number from 0 to 65535 (not -1)"},
+        {{"--rotate", "45"}, "--rotate 45: DEGREES must be 90, 180 or 270 (not 45)"},
+        {{"--resample", "0x5"}, "--resample 0x5: WIDTH must be a whole number from 1 to 65535 (not 0)"},
+        {{"--lut-palette", "13"},
+         "--lut-palette 13: PALETTE must be 11, 12, 21, 22, 23, grey, inverted, false-colour-1, false-colour-2 or blue "
+         "(not 13)"},
+        {{"--negative", "--zone", "4,0,4,9"},
+         "--zone 4,0,4,9: the zone must lie within the 20 x 10 image (0 <= LEFT < RIGHT <= 19, 0 <= TOP < BOTTOM <= 9)"},
+        {{"--unsharp-disc", "20,2,3,2,1"},
+         "--unsharp-disc 20,2,3,2,1: the centre must lie within the 20 x 10 image (X <= 19, Y <= 9)"},
+        {{"process", in, out}, "process: no step given (see `kevra process --help`)"},
+        {{"--pseudo3d"}, ""},
+        {{"palette", in, out, "--palette", "13"},
+         "--palette: '13' is not a predefined palette (11, 12, 21, 22, 23, or grey, inverted, false-colour-1, "
+         "false-colour-2, blue)"},
+        {{"lut", out, "--bits", "16", "--red", "5"}, "--red needs --bits 24 (grey tables have one curve)"},
+        {{"convert", in, out, "--bits", "12"}, ""},
+        {{"process", in, p + "o.jpg", "--negative"},
          p + "o.jpg: kevra reads JPEG but does not write it (write .png, .tif or .bmp)"},
-        {{"process", in, p + "o.xyz", "--negative"}, 2,
+        {{"process", in, p + "o.xyz", "--negative"},
          p + "o.xyz: unknown output format 'xyz' (.bmp, .png, .tif or .tiff, or --format bmp|png|tiff)"},
-        {{"histogram", in, p + "o"}, 2, p + "o: no extension to choose the format by (.bmp, .png, .tif or .tiff, "
-                                            "or --format bmp|png|tiff)"},
-        {{"lut", p + "o.txt"}, 2, p + "o.txt: unknown output format 'txt' (.bmp, .png, .tif or .tiff, or --format "
-                                      "bmp|png|tiff)"},
-        {{"lut", p + "o.bmp", "--gamma", "0"}, 2, "--gamma 0: GAMMA must be a number above 0, up to 10 (not 0)"},
-        {{"info", in, "--zone", "2,2,9,3"}, 2,
-         "--zone 2,2,9,3: the zone must lie within the 6 x 4 image (0 <= LEFT <= RIGHT <= 5, 0 <= TOP <= BOTTOM <= 3)"},
-        {{"histogram", in, p + "o.bmp", "--zone", "7,0,8,1"}, 2,
-         "--zone 7,0,8,1: the zone must lie within the 6 x 4 image (0 <= LEFT <= RIGHT <= 5, 0 <= TOP <= BOTTOM <= 3)"},
-        {{"process", in, p + "o.bmp", "--negative", "--max-pixels", "23"}, 1,
-         in + ": 6 x 4 pixels is more than --max-pixels allows (23)"},
-        {{"process", in, p + "o.bmp", "--resample", "10x10", "--max-pixels", "99"}, 1,
-         in + ": the result of 10 x 10 pixels is more than --max-pixels allows (99)"},
-        {{"process", odd, p + "o.bmp", "--negative"}, 1,
-         odd + ": BMP bit count 7 is not one kevra reads (1, 4, 8, 16, 24 or 32)"},
-        {{"info", jpeg_bmp}, 1, jpeg_bmp + ": BMP with 24-bit pixels and JPEG compression is not a form kevra reads"},
-        {{"palette", in24, p + "o.bmp", "--palette", "21"}, 1,
-         in24 + ": 24-bit images are not supported here (8 or 16 bits)"},
+        {{"histogram", in, p + "o"}, p + "o: no extension to choose the format by (.bmp, .png, .tif or .tiff, "
+                                         "or --format bmp|png|tiff)"},
+        {{"lut", p + "o.txt"}, p + "o.txt: unknown output format 'txt' (.bmp, .png, .tif or .tiff, or --format "
+                                   "bmp|png|tiff)"},
+        {{"lut", p + "o.bmp", "--gamma", "0"}, "--gamma 0: GAMMA must be a number above 0, up to 10 (not 0)"},
+        {{"info", in, "--zone", "2,2,29,3"},
+         "--zone 2,2,29,3: the zone must lie within the 20 x 10 image (0 <= LEFT <= RIGHT <= 19, 0 <= TOP <= BOTTOM <= 9)"},
+        {{"process", in, p + "o.bmp", "--negative", "--max-pixels", "199"},
+         in + ": 20 x 10 pixels is more than --max-pixels allows (199)", 1},
+        {{"process", in, p + "o.bmp", "--resample", "30x30", "--max-pixels", "899"},
+         in + ": the result of 30 x 30 pixels is more than --max-pixels allows (899)", 1},
+        {{"process", odd, p + "o.bmp", "--negative"},
+         odd + ": BMP bit count 7 is not one kevra reads (1, 4, 8, 16, 24 or 32)", 1},
+        {{"info", jpeg_bmp}, jpeg_bmp + ": BMP with 24-bit pixels and JPEG compression is not a form kevra reads", 1},
+        {{"palette", in24, p + "o.bmp", "--palette", "21"},
+         in24 + ": 24-bit images are not supported here (8 or 16 bits)", 1},
 #ifdef KEVRA_CLI_HAS_OIIO
-        {{"palette", in, p + "o.png", "--palette", "21"}, 2,
+        {{"palette", in, p + "o.png", "--palette", "21"},
          p + "o.png: a display palette is kept in BMP files only (write .bmp)"},
 #else
-        {{"convert", in, p + "o.png"}, 2, p + "o.png: this kevra was built without OpenImageIO and writes BMP only"},
+        {{"convert", in, p + "o.png"}, p + "o.png: this kevra was built without OpenImageIO and writes BMP only"},
 #endif
-        {{"bogus"}, 2, "unknown command 'bogus' (commands: process, info, histogram, lut, convert, palette, demo, help)"},
-        {{"help", "bogus"}, 2,
+        {{"bogus"}, "unknown command 'bogus' (commands: process, info, histogram, lut, convert, palette, demo, help)"},
+        {{"help", "bogus"},
          "unknown command 'bogus' (commands: process, info, histogram, lut, convert, palette, demo, help)"},
-        {{"process", "--bogus", in}, 2, "unknown option --bogus for kevra process (see kevra process --help)"},
-        {{}, 2, "a command is required (process, info, histogram, lut, convert, palette, demo, help; see kevra --help)"},
+        {{"process", "--bogus", in}, "unknown option --bogus for kevra process (see kevra process --help)"},
+        {{}, "a command is required (process, info, histogram, lut, convert, palette, demo, help; see kevra --help)"},
+        {{"process", missing, out, "--negative"}, missing + ": No such file or directory", 1},
+        {{"process", text, out, "--negative"}, text + ": not an image file kevra reads (BMP, PNG, TIFF, JPEG or DICOM)", 1},
+        {{"process", cut, out, "--negative"}, cut + ": truncated BMP file (1271 bytes, 1278 expected)", 1},
+        {{"process", rle, out, "--negative"}, rle + ": truncated BMP file (RLE8 data cut short)", 1},
+        {{"process", in, out, "--saturation", "50"},
+         in + ": --saturation 50 needs a 24-bit colour image (this one is 8-bit)", 1},
+        {{"process", in, nowhere, "--negative"}, nowhere + ": cannot write: No such file or directory", 1},
     };
     for (const Case & c : cases) {
-        const CliRun r = run_cli(c.args, dir);
+        std::vector<std::string> args = c.args;
+        if (!args.empty() && args[0].rfind("--", 0) == 0)
+            args.insert(args.begin(), {"process", in, out});
+        const CliRun r = run_cli(args, dir);
         EXPECT_EQ(r.code, c.code) << c.err;
-        EXPECT_EQ(r.err, "kevra: " + c.err + "\n");
+        EXPECT_TRUE(c.err.empty() || r.err == "kevra: " + c.err + "\n") << r.err;
     }
-    EXPECT_EQ(listing(dir.path().string()), (std::vector<std::string>{"in.bmp", "in24.bmp", "jpeg.bmp", "odd.bmp"}));
+    EXPECT_EQ(read_file(in), before);
+    EXPECT_EQ(read_file(out), (std::vector<uint8_t>{1, 2, 3}));
+    EXPECT_EQ(listing(dir.path().string()),
+              (std::vector<std::string>{"cut.bmp", "in.bmp", "in24.bmp", "jpeg.bmp", "notes.bmp", "odd.bmp", "out.bmp",
+                                        "rle.bmp"}));
+
+    // Named as the output, the input is replaced by the result.
+    run_ok({"process", in, in, "--negative"}, dir);
+    EXPECT_NE(read_file(in), before);
 }
 
 // A symbolic link is written through, a device in place, "-" is standard

@@ -1,5 +1,5 @@
 // `kevra process` end to end: the program's output files against the library
-// run directly on the same input, and its failures.
+// run directly on the same input, its report and trace, and batches.
 #include "cli_support.h"
 
 namespace cli_test {
@@ -7,8 +7,9 @@ namespace {
 
 class CliProcess : public CliTest {};
 
-// Each chain at each depth, its options given out of the execution order,
-// gives the bytes of the library's own run with the steps it names.
+// Each chain at each depth, its options given out of the execution order
+// (values by position or by name), gives the bytes of the library's own run
+// with the steps it names.
 TEST_F(CliProcess, ChainsMatchTheLibrary)
 {
     const kevra::CRect zone(2, 3, 30, 25);
@@ -30,7 +31,8 @@ TEST_F(CliProcess, ChainsMatchTheLibrary)
           {S::e_EgalisationHistogramme, stretch(0.01f, 0.99f)}},
          &zone},
         {16, 37, 29,
-         {"--median", "0.25,3", "--filter", "gradient-diagonal", "--unsharp", "2,1.5,1,10,20", "--gamma", "0.8",
+         {"--median", "radius=3,Ecart=0.25", "--filter", "gradient-diagonal", "--unsharp",
+          "SeuilN=20,gainP=1.5,rayon=2,gain-=1,threshold+=10", "--gamma", "0.8",
           "--stretch", "0.005,0.995", "--threads", "2"},
          {{S::e_FiltreMedian, median(0.25, 3)}, {S::e_Filtre, filter(kevra::CFiltre::Filtre_GradientDiagonal, 3, 1.0f)},
           {S::e_UnsharpMasking, unsharp(2.0f, 1.5f, 1.0f, 10.0f, 20.0f)},
@@ -70,129 +72,6 @@ TEST_F(CliProcess, ChainsMatchTheLibrary)
     }
 }
 
-TEST_F(CliProcess, NamedValuesEqualPositionalOnes)
-{
-    const std::string in = dir.file("in.bmp");
-    write_picture(in, 24, 18, 8, 4);
-    ASSERT_EQ(run_cli({"process", in, dir.file("p.bmp"), "--median", "0.3,3", "--unsharp", "2,1.5,1.2,3,4"}, dir).code,
-              0);
-    ASSERT_EQ(run_cli({"process", in, dir.file("n.bmp"), "--unsharp",
-                       "SeuilN=4,gainP=1.5,rayon=2,gain-=1.2,threshold+=3", "--median", "radius=3,Ecart=0.3"},
-                      dir).code,
-              0);
-    EXPECT_EQ(read_file(dir.file("p.bmp")), read_file(dir.file("n.bmp")));
-}
-
-// Usage errors exit with 2, the sequencer's own refusal text when it has one,
-// before anything is written.
-TEST_F(CliProcess, UsageErrorsGiveTheirReason)
-{
-    const std::string in = dir.file("in.bmp"), out = dir.file("out.bmp");
-    write_picture(in, 16, 16, 8, 5);
-    const struct Case {
-        std::vector<std::string> args; // options of `process in out` when they start with "--"
-        std::string err;               // empty: not checked (the parser's own text)
-    } cases[] = {
-        {{"--gamma", "0"}, "--gamma 0: GAMMA must be a number above 0, up to 10 (not 0)"},
-        {{"--gamma", "-1"}, "--gamma -1: GAMMA must be a number above 0, up to 10 (not -1)"},
-        {{"--contrast", "-1"}, "--contrast -1: CONTRAST must be a number above 0, up to 10 (not -1)"},
-        {{"--brightness", "5"}, "--brightness 5: BRIGHTNESS must be a number above -1 and below 1 (not 5)"},
-        {{"--red=-200"}, "--red -200: RED must be a whole number from -100 to 100 (not -200)"},
-        {{"--saturation", "-5"}, "--saturation -5: PERCENT must be a whole number from 0 to 400 (not -5)"},
-        {{"--hue", "x"}, "--hue x: PERCENT must be a whole number from 0 to 400 (not 'x')"},
-        {{"--whiten", "-10"}, "--whiten -10: PERCENT must be a whole number from 1 to 400 (not -10)"},
-        {{"--stretch", "0.5,0.5"}, "--stretch 0.5,0.5: LOW must be below HIGH (0 <= LOW < HIGH <= 1)"},
-        {{"--filter", "gaussian,3,0"}, "--filter gaussian,3,0: PARAM must be a number above 0, up to 100 (not 0)"},
-        {{"--filter", "gaussian,4"}, "--filter gaussian,4: SIZE must be odd (3, 5, 7 ... 99)"},
-        {{"--filter", "mean,1"}, "--filter mean,1: SIZE must be a whole number from 3 to 99 (not 1)"},
-        {{"--filter", "laplacian,5"}, "--filter laplacian,5: SIZE must be 3 for laplacian (a 3x3 kernel)"},
-        {{"--filter", "mean,3,2"}, "--filter mean,3,2: mean takes no PARAM (only gaussian and sinc do)"},
-        {{"--filter", "12"},
-         "--filter 12: KIND must be one of mean, gaussian, ramp, parabola, sine, sinc, laplacian, gradient-x, "
-         "gradient-y, gradient-diagonal, or a number from 0 to 9 (not 12)"},
-        {{"--median", "0.2,1"}, "--median 0.2,1: RADIUS must be a whole number from 3 to 50 (not 1)"},
-        {{"--median", "0.001,3"}, "--median 0.001,3: TOLERANCE must be a number from 0.01 to 0.99 (not 0.001)"},
-        {{"--median", "0.2"}, "--median 0.2: RADIUS is missing (expected TOLERANCE,RADIUS)"},
-        {{"--unsharp", "0,1.5"}, "--unsharp 0,1.5: RADIUS must be a number from 1 to 100 (not 0)"},
-        {{"--unsharp", "2,0,0"}, "--unsharp 2,0,0: GAIN+ and GAIN- cannot both be 0"},
-        {{"--unsharp", "2,1,1,-1"}, "--unsharp 2,1,1,-1: THRESHOLD+ must be a number from 0 to 65535 (not -1)"},
-        {{"--rotate", "45"}, "--rotate 45: DEGREES must be 90, 180 or 270 (not 45)"},
-        {{"--resample", "0x5"}, "--resample 0x5: WIDTH must be a whole number from 1 to 65535 (not 0)"},
-        {{"--lut-palette", "13"},
-         "--lut-palette 13: PALETTE must be 11, 12, 21, 22, 23, grey, inverted, false-colour-1, false-colour-2 or blue "
-         "(not 13)"},
-        {{"--negative", "--zone", "20,0,25,5"},
-         "--zone 20,0,25,5: the zone must lie within the 16 x 16 image (0 <= LEFT < RIGHT <= 15, 0 <= TOP < BOTTOM <= 15)"},
-        {{"--negative", "--zone", "4,0,4,9"},
-         "--zone 4,0,4,9: the zone must lie within the 16 x 16 image (0 <= LEFT < RIGHT <= 15, 0 <= TOP < BOTTOM <= 15)"},
-        {{"--unsharp-disc", "16,2,3,2,1"},
-         "--unsharp-disc 16,2,3,2,1: the centre must lie within the 16 x 16 image (X <= 15, Y <= 15)"},
-        {{"process", in, out}, "process: no step given (see `kevra process --help`)"},
-        {{"--pseudo3d"}, ""},
-        {{"palette", in, out, "--palette", "13"},
-         "--palette: '13' is not a predefined palette (11, 12, 21, 22, 23, or grey, inverted, false-colour-1, "
-         "false-colour-2, blue)"},
-        {{"lut", out, "--bits", "16", "--red", "5"}, "--red needs --bits 24 (grey tables have one curve)"},
-        {{"convert", in, out, "--bits", "12"}, ""},
-        {{}, ""},
-    };
-    for (const Case & c : cases) {
-        std::vector<std::string> args = c.args;
-        if (!args.empty() && args[0].rfind("--", 0) == 0)
-            args.insert(args.begin(), {"process", in, out});
-        const CliRun r = run_cli(args, dir);
-        EXPECT_EQ(r.code, 2) << c.err;
-        EXPECT_TRUE(c.err.empty() || r.err == "kevra: " + c.err + "\n") << r.err;
-    }
-    EXPECT_FALSE(fs::exists(out));
-}
-
-// Unreadable, cut or unsupported files, a step of the wrong depth, a failing
-// step, a refused zone, an unwritable output: exit 1 with one line naming the
-// file; the input untouched, an existing output left as it was, no temporary
-// left behind.
-TEST_F(CliProcess, FailuresAreOneLineMessagesAndLeaveNoPartialOutput)
-{
-    const std::string in = dir.file("in.bmp"), text = dir.file("notes.bmp"), cut = dir.file("cut.bmp"),
-                      rle = dir.file("rle.bmp"), missing = dir.file("missing.bmp"), out = dir.file("out.bmp"),
-                      nowhere = dir.file("no-such-dir/out.bmp");
-    write_picture(in, 20, 10, 8, 6);
-    const std::vector<uint8_t> before = read_file(in);
-    write_file(text, {'h', 'e', 'l', 'l', 'o', '\n'});
-    write_file(cut, std::vector<uint8_t>(before.begin(), before.end() - 7));
-    std::vector<uint8_t> bytes = before;
-    bytes[30] = 1; // compression 1 in an 8-bit file
-    write_file(rle, bytes);
-    write_file(out, {1, 2, 3});
-    const struct Case {
-        std::string file, output;
-        std::vector<std::string> steps;
-        std::string err;
-    } cases[] = {
-        {missing, out, {"--negative"}, "No such file or directory"},
-        {text, out, {"--negative"}, "not an image file kevra reads (BMP, PNG, TIFF, JPEG or DICOM)"},
-        {cut, out, {"--negative"}, "truncated BMP file (1271 bytes, 1278 expected)"},
-        {rle, out, {"--negative"}, "truncated BMP file (RLE8 data cut short)"},
-        {in, out, {"--saturation", "50"}, "--saturation 50 needs a 24-bit colour image (this one is 8-bit)"},
-        {in, nowhere, {"--negative"}, "cannot write: No such file or directory"},
-    };
-    for (const Case & c : cases) {
-        std::vector<std::string> args = {"process", c.file, c.output};
-        args.insert(args.end(), c.steps.begin(), c.steps.end());
-        const CliRun r = run_cli(args, dir);
-        EXPECT_EQ(r.code, 1) << c.err;
-        EXPECT_EQ(r.err, "kevra: " + (c.output == nowhere ? nowhere : c.file) + ": " + c.err + "\n");
-    }
-    EXPECT_EQ(read_file(in), before);
-    EXPECT_EQ(read_file(out), (std::vector<uint8_t>{1, 2, 3}));
-    EXPECT_EQ(listing(dir.path().string()),
-              (std::vector<std::string>{"cut.bmp", "in.bmp", "notes.bmp", "out.bmp", "rle.bmp"}));
-
-    // Named as the output, the input is replaced by the result.
-    run_ok({"process", in, in, "--negative"}, dir);
-    EXPECT_NE(read_file(in), before);
-}
-
 TEST_F(CliProcess, VerboseAndTrace)
 {
     const std::string in = dir.file("in.bmp"), out = dir.file("out.bmp"), trace = dir.file("trace.txt");
@@ -206,9 +85,6 @@ TEST_F(CliProcess, VerboseAndTrace)
     const std::vector<uint8_t> t = read_file(trace);
     const std::string text(t.begin(), t.end());
     EXPECT_EQ(text.find("### kevra process : " + in + " -> " + out + "\n"), 0u);
-    EXPECT_NE(text.find("### FiltrerBuffer : 3 traitements demandés sur une image 8 bits de 30 x 20 pixels."),
-              std::string::npos);
-    EXPECT_NE(text.find("Traitement=e_FiltreMedian, Ecart=0.200000, TailleFiltre=3\n"), std::string::npos);
     EXPECT_NE(text.find("### Fin de FiltrerBuffer"), std::string::npos);
 }
 
