@@ -574,10 +574,11 @@ unsigned long ppm_from(float value, const std::string & unit)
 SourceInfo load_oiio(const std::string & path, const std::string & shown, const std::string & format,
                      kevra::CDib & image)
 {
-    auto in = OIIO::ImageInput::open(path);
-    if (!in)
-        throw Failure(shown + ": " + format + " file cannot be read: " + OIIO::geterror());
-    const OIIO::ImageSpec & layout = in->spec();
+    // Opening fills in the image's layout: size, channels, sample type and attributes.
+    auto in = OIIO::ImageInput::create(path);
+    OIIO::ImageSpec layout;
+    if (!in || !in->open(path, layout))
+        throw Failure(shown + ": " + format + " file cannot be read: " + (in ? in->geterror() : OIIO::geterror()));
     check_pixels(shown, static_cast<uint64_t>(layout.width), static_cast<uint64_t>(layout.height));
     const int nch = layout.nchannels;
     const bool grey = nch == 1 || nch == 2;
