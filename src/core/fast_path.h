@@ -34,6 +34,72 @@ private:
     bool previous_;
 };
 
+// ---- Vector units beyond the baseline ----------------------------------------------------------
+//
+// The kernels are portable C++ built for the baseline of the target (SSE2 on x86-64). A kernel
+// may also be compiled a second time for a wider unit (AVX2) and chosen at run time when the
+// processor has it. Both copies are the same source: the same single-precision operations on
+// each pixel, multiplications and additions kept apart (no fused multiply-add), so every level
+// gives the same bytes; only the number of pixels an instruction handles changes.
+enum class VectorLevel : int { baseline = 0, avx2 = 1 };
+
+#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) \
+    && !(defined(KEVRA_PLAIN_ONLY) && KEVRA_PLAIN_ONLY)
+#define KEVRA_VECTOR_AVX2 1
+#define KEVRA_TARGET_AVX2 __attribute__((target("avx2")))
+#else
+#define KEVRA_VECTOR_AVX2 0
+#endif
+
+// Makes a kernel body part of each copy that calls it, compiled for that copy's unit.
+#if defined(__GNUC__)
+#define KEVRA_KERNEL_INLINE inline __attribute__((always_inline))
+#else
+#define KEVRA_KERNEL_INLINE inline
+#endif
+
+// The widest level the processor offers (baseline where the build has no wider copy).
+VectorLevel widest_vector_level();
+// The level the kernels use: the widest present, unless capped below.
+VectorLevel vector_level();
+// Caps the level (tests and benchmarks compare every level present); private, process-wide,
+// set while no operation is running.
+void set_vector_level_cap(VectorLevel cap);
+
+class VectorLevelScope {
+public:
+    explicit VectorLevelScope(VectorLevel cap);
+    ~VectorLevelScope();
+    VectorLevelScope(const VectorLevelScope &) = delete;
+    VectorLevelScope &operator=(const VectorLevelScope &) = delete;
+
+private:
+    VectorLevel previous_;
+};
+
+// Runs Kernel::run(args...) in the copy compiled for the current level. Kernel::run is declared
+// KEVRA_KERNEL_INLINE so that each copy holds the whole loop; whatever it calls without being
+// inlined stays the baseline function, which every processor of the target runs.
+#if KEVRA_VECTOR_AVX2
+template <class Kernel, class... Args>
+KEVRA_TARGET_AVX2 void run_on_avx2(Args... args)
+{
+    Kernel::run(args...);
+}
+#endif
+
+template <class Kernel, class... Args>
+void run_at_vector_level(Args... args)
+{
+#if KEVRA_VECTOR_AVX2
+    if (vector_level() == VectorLevel::avx2) {
+        run_on_avx2<Kernel>(args...);
+        return;
+    }
+#endif
+    Kernel::run(args...);
+}
+
 } // namespace kevra::detail
 
 #endif

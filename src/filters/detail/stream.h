@@ -31,6 +31,7 @@
 #include <memory>
 #include <vector>
 
+#include "core/fast_path.h"
 #include "core/row_ring.h"
 #include "core/row_threads.h"
 #include "filters/detail/convolution.h"
@@ -73,7 +74,44 @@ struct StripRows {
 };
 
 // ---------------------------------------------------------------------------
-// Row kernels.
+// Row kernels. Their interior loops run in the copy of the current vector level.
+
+// Across pass over the interior samples f0..f1: a tap at a time.
+template <int C>
+struct AcrossInterior {
+    static KEVRA_KERNEL_INLINE void run(const float * __restrict s, float * __restrict m, int64_t f0, int64_t f1,
+                                        const float * kx, int64_t n)
+    {
+        const float k0 = kx[0];
+        for (int64_t f = f0; f < f1; ++f)
+            m[f] = k0 * s[f];
+        for (int64_t i = 1; i <= n; ++i) {
+            const float ki = kx[i];
+            const int64_t a = i * C;
+            for (int64_t f = f0; f < f1; ++f)
+                m[f] = m[f] + ki * (s[f - a] + s[f + a]);
+        }
+    }
+};
+
+// Down pass of output row y, samples f0..f1, from the ring: a tap at a time.
+struct DownInterior {
+    static KEVRA_KERNEL_INLINE void run(const RowRing * ring, float * __restrict o, int64_t y, int64_t f0, int64_t f1,
+                                        const float * ky, int64_t n)
+    {
+        const float * __restrict centre = ring->row(y);
+        const float k0 = ky[0];
+        for (int64_t f = f0; f < f1; ++f)
+            o[f] = k0 * centre[f];
+        for (int64_t j = 1; j <= n; ++j) {
+            const float kj = ky[j];
+            const float * __restrict below = ring->row(y - j);
+            const float * __restrict above = ring->row(y + j);
+            for (int64_t f = f0; f < f1; ++f)
+                o[f] = o[f] + kj * (below[f] + above[f]);
+        }
+    }
+};
 
 // Across pass of one row, columns L..R of the axis: interior a tap at a time, borders per pixel.
 template <int C>
@@ -86,18 +124,7 @@ void across_row(const float * srow, float * mrow, const FilterAxis & ax, const f
     }
     for (int64_t x = ax.lo; x < ax.inner_lo; ++x)
         across_pixel_plain<C>(srow, mrow, ax, x, kx);
-    const int64_t f0 = ax.inner_lo * C, f1 = ax.inner_hi * C + C;
-    const float * __restrict s = srow;
-    float * __restrict m = mrow;
-    const float k0 = kx[0];
-    for (int64_t f = f0; f < f1; ++f)
-        m[f] = k0 * s[f];
-    for (int64_t i = 1; i <= ax.n; ++i) {
-        const float ki = kx[i];
-        const int64_t a = i * C;
-        for (int64_t f = f0; f < f1; ++f)
-            m[f] = m[f] + ki * (s[f - a] + s[f + a]);
-    }
+    run_at_vector_level<AcrossInterior<C>>(srow, mrow, ax.inner_lo * C, ax.inner_hi * C + C, kx, ax.n);
     for (int64_t x = ax.inner_hi + 1; x <= ax.hi; ++x)
         across_pixel_plain<C>(srow, mrow, ax, x, kx);
 }
@@ -113,49 +140,62 @@ void down_row(const RowRing & ring, float * out, const FilterAxis & ax, const Fi
             out[f] = symmetric_sum(ky, ay.n, [&](int64_t d) { return ring.row(ay.source(y, y + d))[f]; });
         return;
     }
-    float * __restrict o = out;
-    const float * __restrict centre = ring.row(y);
-    const float k0 = ky[0];
-    for (int64_t f = f0; f < f1; ++f)
-        o[f] = k0 * centre[f];
-    for (int64_t j = 1; j <= ay.n; ++j) {
-        const float kj = ky[j];
-        const float * __restrict below = ring.row(y - j);
-        const float * __restrict above = ring.row(y + j);
-        for (int64_t f = f0; f < f1; ++f)
-            o[f] = o[f] + kj * (below[f] + above[f]);
-    }
+    run_at_vector_level<DownInterior>(&ring, out, y, f0, f1, ky, ay.n);
 }
 
 // The interior samples f0..f1 of a full kernel of radius N (3 x 3 for N = 1) known when
 // compiling: each sample's sum kept in a register through all its taps, in the same order
 // (kernel rows, then columns, from 0), so that the loop over the samples runs across pixels.
 template <int C, int N>
-void full_interior(const RowRing & ring, float * __restrict o, int64_t y, int64_t f0, int64_t f1, const float * K,
-                   float offset, float factor)
-{
-    constexpr int kw = 2 * N + 1;
-    const float * s[kw];
-    float k[kw * kw];
-    for (int j = 0; j < kw; ++j)
-        s[j] = ring.row(y - N + j);
-    for (int t = 0; t < kw * kw; ++t)
-        k[t] = K[t];
-    for (int64_t f = f0; f < f1; ++f) {
-        float v = 0.0f;
+struct FullInteriorFixed {
+    static KEVRA_KERNEL_INLINE void run(const RowRing * ring, float * __restrict o, int64_t y, int64_t f0, int64_t f1,
+                                        const float * K, float offset, float factor)
+    {
+        constexpr int kw = 2 * N + 1;
+        const float * s[kw];
+        float k[kw * kw];
         for (int j = 0; j < kw; ++j)
-            for (int i = 0; i < kw; ++i)
-                v = v + k[j * kw + i] * s[j][f + (i - N) * C];
-        o[f] = rescale(v, factor, offset);
+            s[j] = ring->row(y - N + j);
+        for (int t = 0; t < kw * kw; ++t)
+            k[t] = K[t];
+        for (int64_t f = f0; f < f1; ++f) {
+            float v = 0.0f;
+            for (int j = 0; j < kw; ++j)
+                for (int i = 0; i < kw; ++i)
+                    v = v + k[j * kw + i] * s[j][f + (i - N) * C];
+            o[f] = rescale(v, factor, offset);
+        }
     }
-}
+};
+
+// Any other full kernel: the sums in the output row, a tap at a time, then the rescale.
+template <int C>
+struct FullInterior {
+    static KEVRA_KERNEL_INLINE void run(const RowRing * ring, float * __restrict o, int64_t y, int64_t f0, int64_t f1,
+                                        const float * K, int64_t nx, int64_t ny, float offset, float factor)
+    {
+        const int64_t kw = 2 * nx + 1;
+        for (int64_t f = f0; f < f1; ++f)
+            o[f] = 0.0f;
+        for (int64_t j = 0; j <= 2 * ny; ++j) {
+            const float * __restrict s = ring->row(y - ny + j);
+            for (int64_t i = 0; i < kw; ++i) {
+                const float k = K[j * kw + i];
+                const int64_t a = (i - nx) * C;
+                for (int64_t f = f0; f < f1; ++f)
+                    o[f] = o[f] + k * s[f + a];
+            }
+        }
+        for (int64_t f = f0; f < f1; ++f)
+            o[f] = rescale(o[f], factor, offset);
+    }
+};
 
 // Full kernel, output row y, columns L..R, from the ring of input rows.
 template <int C>
 void full_row(const RowRing & ring, float * out, const FilterAxis & ax, const FilterAxis & ay, int64_t y,
               const float * K, float offset, float factor)
 {
-    const int64_t kw = 2 * ax.n + 1;
     // Border pixels: every tap through the border rules (the identity for real samples).
     auto pixel = [&](int64_t x) {
         for (int c = 0; c < C; ++c) {
@@ -173,26 +213,10 @@ void full_row(const RowRing & ring, float * out, const FilterAxis & ax, const Fi
     for (int64_t x = ax.lo; x < ax.inner_lo; ++x)
         pixel(x);
     const int64_t f0 = ax.inner_lo * C, f1 = ax.inner_hi * C + C;
-    if (ax.n == 1 && ay.n == 1) {
-        full_interior<C, 1>(ring, out, y, f0, f1, K, offset, factor);
-        for (int64_t x = ax.inner_hi + 1; x <= ax.hi; ++x)
-            pixel(x);
-        return;
-    }
-    float * __restrict o = out;
-    for (int64_t f = f0; f < f1; ++f)
-        o[f] = 0.0f;
-    for (int64_t j = 0; j <= 2 * ay.n; ++j) {
-        const float * __restrict s = ring.row(y - ay.n + j);
-        for (int64_t i = 0; i < kw; ++i) {
-            const float k = K[j * kw + i];
-            const int64_t a = (i - ax.n) * C;
-            for (int64_t f = f0; f < f1; ++f)
-                o[f] = o[f] + k * s[f + a];
-        }
-    }
-    for (int64_t f = f0; f < f1; ++f)
-        o[f] = rescale(o[f], factor, offset);
+    if (ax.n == 1 && ay.n == 1)
+        run_at_vector_level<FullInteriorFixed<C, 1>>(&ring, out, y, f0, f1, K, offset, factor);
+    else
+        run_at_vector_level<FullInterior<C>>(&ring, out, y, f0, f1, K, ax.n, ay.n, offset, factor);
     for (int64_t x = ax.inner_hi + 1; x <= ax.hi; ++x)
         pixel(x);
 }
