@@ -8,7 +8,6 @@
 #include <random>
 #include <vector>
 
-#include "core/fast_path.h"
 #include "filters/detail/convolution.h"
 #include "kevra/dib.h"
 #include "kevra/filtre.h"
@@ -64,10 +63,8 @@ TEST(FiltreDifferential, FastPathGivesThePlainBytes)
                     std::swap(b[i], b[i + 2]);
         CRect rect(b[0], b[1], b[2], b[3]);
 
-        // The fast path on one thread or on three (odd strip heights, halos at the strip edges),
-        // with the baseline kernels or the widest the processor has.
+        // The fast path on one thread or on three (odd strip heights, halos at the strip edges).
         const unsigned threads = iter % 2 ? 3 : 1;
-        detail::VectorLevelScope level(iter / 2 % 2 ? detail::VectorLevel::avx2 : detail::VectorLevel::baseline);
         GuardedPlane src(w, h, channels, static_cast<uint32_t>(iter + 1)), plain(w, h, channels), fast(w, h, channels);
         const auto [ok_plain, ok_fast] = kevra_test::plain_and_fast(
             [&](bool on) { return f->FiltrerBufferSimple(w, h, src.data(), (on ? fast : plain).data(), rect, bitCount); },

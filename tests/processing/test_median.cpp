@@ -205,7 +205,7 @@ TEST(Median, AllocationFailureLeavesTheImage)
 }
 
 // The fast interior (running integer sums, only the call's first replacement gathered and
-// sorted, rows in strips on one thread or three) against the plain one, at zero tolerance on
+// sorted, rows in strips on one thread or three, every vector level) against the plain one, at zero tolerance on
 // the bytes: random images with smooth and noisy parts, every depth (the 24-bit half window
 // included), odd widths, 1-pixel images, radii up to the limit of exact sums at 16 bits,
 // rectangles touching each edge, partly or wholly outside, inverted, and FiltreMedianSimple
@@ -240,17 +240,8 @@ TEST(Median, FastInteriorMatchesPlain)
                 return median(x, rc, tol, n);
             return on_depth(x.bpp, [&](auto &t) { return t.FiltreMedianSimple(x.w, x.h, x.bits(), x.bits(), rc, tol, n); });
         };
-        {
-            detail::FastPathScope plain(false);
-            ASSERT_TRUE(filter(a));
-        }
-        {
-            detail::FastPathScope fast(true);
-            platform::set_thread_count(iter % 2 ? 3 : 1);
-            const bool ok = filter(b);
-            platform::set_thread_count(1);
-            ASSERT_TRUE(ok);
-        }
+        const auto [ok_plain, ok_fast] = proc_test::plain_and_fast([&](bool f) { return filter(f ? b : a); }, iter % 2 ? 3 : 1);
+        ASSERT_TRUE(ok_plain && ok_fast);
         ASSERT_TRUE(a.intact() && b.intact()) << iter;
         ASSERT_EQ(proc_test::first_difference(a, b), "")
             << "iter " << iter << " (" << bpp << " bits, " << w << "x" << h << ", n " << n << ")";

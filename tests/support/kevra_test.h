@@ -116,16 +116,21 @@ public:
 };
 
 // run(false) on the plain path, then run(true) on the fast path with `threads` threads (the
-// previous count again afterwards): the two results, plain first.
+// previous count again afterwards): the two results, plain first. The fast path's vector level
+// changes every second call, baseline then the widest present, so that a test alternating
+// thread counts call by call meets every pairing.
 template <class F>
 std::pair<bool, bool> plain_and_fast(F && run, unsigned threads = 1)
 {
+    static unsigned calls = 0;
     bool plain;
     {
         kevra::detail::FastPathScope off(false);
         plain = run(false);
     }
     kevra::detail::FastPathScope on(true);
+    kevra::detail::VectorLevelScope level(calls++ / 2 % 2 ? kevra::detail::VectorLevel::avx2
+                                                           : kevra::detail::VectorLevel::baseline);
     const unsigned previous = kevra::platform::thread_count();
     kevra::platform::set_thread_count(threads);
     const bool fast = run(true);

@@ -416,6 +416,20 @@ private:
     // vector registers; the decision is the rule's own test, on the same values.
     int64_t interior_row(const MedianBounds &b, int32_t r, bool fresh, uint32_t *scratch, sample *out_row) const
     {
+        int64_t first = -1;
+        run_at_vector_level<InteriorRow>(this, &b, r, fresh, scratch, out_row, &first);
+        return first;
+    }
+    struct InteriorRow {
+        static KEVRA_KERNEL_INLINE void run(const MedianPass *pass, const MedianBounds *b, int32_t r, bool fresh,
+                                            uint32_t *scratch, sample *out_row, int64_t *first)
+        {
+            *first = pass->interior_row_body(*b, r, fresh, scratch, out_row);
+        }
+    };
+    KEVRA_KERNEL_INLINE int64_t interior_row_body(const MedianBounds &b, int32_t r, bool fresh, uint32_t *scratch,
+                                                  sample *out_row) const
+    {
         constexpr bool half = Interior::half_window;
         const int32_t n = n_;
         const int32_t lo = half ? 1 : -n; // lowest window row summed by the column sums
