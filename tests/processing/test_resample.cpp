@@ -134,7 +134,7 @@ TEST(Resample, RefusalsAndAllocationFailure)
     EXPECT_TRUE(d16.intact());
 }
 
-// The fast schedules (sinc rows in a ring, bilinear blended rows, strips on threads) against the
+// The fast schedules (sinc rows in a ring, bilinear spread source rows, strips on threads, every vector level) against the
 // plain walks at zero tolerance: every depth, 1-pixel sources and destinations, odd widths,
 // reductions, enlargements and mixed scales, modes 0 to 4, one thread and three. Neither path
 // writes past the destination's pixels or touches the source.

@@ -161,6 +161,34 @@ bool resample_sinc(View<Px> src, View<Px> dst, const SincKernels &k, float sx, f
     return true;
 }
 
+// The down sums of destination row j (centre source row rr) from the ring of across values,
+// a tap at a time across the row, then the clip and the store.
+template <class Sample>
+struct SincDownRow {
+    static KEVRA_KERNEL_INLINE void run(const RowRing *ring, int32_t rr, int32_t H, const float *g, int32_t ky,
+                                        float *acc, int64_t stride, float max_value, Sample *out)
+    {
+        const float *centre_row = ring->row(clamp_index(rr, H));
+        for (int64_t f = 0; f < stride; ++f)
+            acc[f] = centre_row[f] * g[0];
+        for (int32_t m = 1; m <= ky; ++m) {
+            const float *below = ring->row(clamp_index(int64_t(rr) - m, H));
+            const float *above = ring->row(clamp_index(int64_t(rr) + m, H));
+            const float gm = g[m];
+            for (int64_t f = 0; f < stride; ++f)
+                acc[f] = acc[f] + (below[f] + above[f]) * gm;
+        }
+        for (int64_t f = 0; f < stride; ++f) {
+            float v = acc[f];
+            if (v < 0.0f)
+                v = 0.0f;
+            if (v > max_value)
+                v = max_value;
+            out[f] = store_sample<Sample>(v);
+        }
+    }
+};
+
 // The filtered reduction streamed: the across values of a source row (all channels, one float
 // per destination sample) go to a ring of 2ky + 1 rows, made when the first destination row
 // that reads them comes; each destination row then takes its down sums a tap at a time across
@@ -233,74 +261,113 @@ bool resample_sinc_fast(View<Px> src, View<Px> dst, const SincKernels &k, float 
                 across(s, t);
                 st.ring.set(next, t);
             }
-            const float *centre_row = st.ring.row(clamp_index(rr, H));
-            for (int64_t f = 0; f < stride; ++f)
-                acc[f] = centre_row[f] * g[0];
-            for (int32_t m = 1; m <= ky; ++m) {
-                const float *below = st.ring.row(clamp_index(int64_t(rr) - m, H));
-                const float *above = st.ring.row(clamp_index(int64_t(rr) + m, H));
-                const float gm = g[m];
-                for (int64_t f = 0; f < stride; ++f)
-                    acc[f] = acc[f] + (below[f] + above[f]) * gm;
-            }
-            sample *out = dst.row(static_cast<int32_t>(j));
-            for (int64_t f = 0; f < stride; ++f) {
-                float v = acc[f];
-                if (v < 0.0f)
-                    v = 0.0f;
-                if (v > max_value)
-                    v = max_value;
-                out[f] = store_sample<sample>(v);
-            }
+            run_at_vector_level<SincDownRow<sample>>(&st.ring, rr, H, g, ky, acc, stride, max_value,
+                                                     dst.row(static_cast<int32_t>(j)));
         }
     });
     return true;
 }
 
-// Bilinear, fast schedule: the column taps come from a table made once per call, and the
-// vertical blend S[y1][x] x fy + S[y0][x] x (1 - fy), which every destination column reading
-// source column x shares, is made once per source column of the row. Each sample then gets the
-// plain formula's values in its order. False (nothing written) when the table cannot be had.
+// ---- bilinear, fast schedule ----------------------------------------------------------------
+//
+// Each source row a destination row reads is first spread out to the destination's columns:
+// e0[i] = S[y][x0(i)] and e1[i] = S[y][x1(i)] (as floats, exact), once per source row, kept
+// while destination rows read it. A destination sample is then
+//   (e0[y1] x fy + e0[y0] x (1 - fy)) x (1 - fx) + (e1[y1] x fy + e1[y0] x (1 - fy)) x fx,
+// the plain formula's values in its order, computed straight across the row without looking
+// anything up, so that it runs in vector registers.
+
+template <class Px>
+struct BilinearSpread {
+    using sample = typename Px::sample;
+    static constexpr int C = Px::channels;
+    static void run(const sample *row, const BilinearTap *tap, int32_t W2, float *e0, float *e1)
+    {
+        for (int32_t i = 0; i < W2; ++i)
+            for (int c = 0; c < C; ++c) {
+                e0[int64_t(i) * C + c] = static_cast<float>(row[int64_t(tap[i].i0) * C + c]);
+                e1[int64_t(i) * C + c] = static_cast<float>(row[int64_t(tap[i].i1) * C + c]);
+            }
+    }
+};
+
+// One destination row from the spread rows of source rows y0 (a0, a1) and y1 (b0, b1); fx and
+// gx = 1 - fx for each destination sample.
+template <class Sample>
+struct BilinearBlendRow {
+    static KEVRA_KERNEL_INLINE void run(const float *a0, const float *a1, const float *b0, const float *b1,
+                                        float fy, const float *fx, const float *gx, int64_t count, Sample *out)
+    {
+        const float gy = 1.0f - fy;
+        for (int64_t f = 0; f < count; ++f) {
+            const float v = (b0[f] * fy + a0[f] * gy) * gx[f] + (b1[f] * fy + a1[f] * gy) * fx[f];
+            // A blend of samples lies in the sample range (up to a rounding), so its store
+            // needs no range check.
+            out[f] = store_clipped_sample<Sample>(v);
+        }
+    }
+};
+
+// The spread rows of one strip: two source rows at a time (those of the destination row).
+class SpreadRows {
+public:
+    bool allocate(int64_t samples) { return store_.allocate(4, samples); }
+    // The slot holding source row y, spreading it into the slot not holding `keep` if needed.
+    template <class Spread>
+    int slot(int32_t y, int32_t keep, Spread &&spread)
+    {
+        for (int k = 0; k < 2; ++k)
+            if (held_[k] == y)
+                return k;
+        const int k = held_[0] == keep ? 1 : 0;
+        spread(y, store_.row(2 * k), store_.row(2 * k + 1));
+        held_[k] = y;
+        return k;
+    }
+    const float *e0(int k) { return store_.row(2 * k); }
+    const float *e1(int k) { return store_.row(2 * k + 1); }
+
+private:
+    RowStore store_;
+    int32_t held_[2] = {-1, -1};
+};
+
+// False (nothing written) when the tables or rows cannot be had.
 template <class Px>
 bool resample_bilinear_fast(View<Px> src, View<Px> dst, float sx, float sy)
 {
     using sample = typename Px::sample;
     constexpr int C = Px::channels;
     const int32_t W = src.width, W2 = dst.width;
-    std::unique_ptr<BilinearTap[]> taps(try_new_array<BilinearTap>(static_cast<std::size_t>(W2)));
-    if (taps == nullptr)
-        return false;
-    for (int32_t i = 0; i < W2; ++i)
-        taps[i] = bilinear_tap(i, sx, W);
     const int64_t samples_out = int64_t(W2) * C;
+    std::unique_ptr<BilinearTap[]> taps(try_new_array<BilinearTap>(static_cast<std::size_t>(W2)));
+    RowStore fractions;
+    if (taps == nullptr || !fractions.allocate(2, samples_out))
+        return false;
+    float *fx = fractions.row(0), *gx = fractions.row(1);
+    for (int32_t i = 0; i < W2; ++i) {
+        taps[i] = bilinear_tap(i, sx, W);
+        for (int c = 0; c < C; ++c) {
+            fx[int64_t(i) * C + c] = taps[i].f;
+            gx[int64_t(i) * C + c] = 1.0f - taps[i].f;
+        }
+    }
     const unsigned count = strip_count(0, dst.height - 1);
-    std::vector<RowStore> blends(count), values(count);
-    for (unsigned n = 0; n < count; ++n)
-        if (!blends[n].allocate(1, int64_t(W) * C) || !values[n].allocate(1, samples_out))
+    std::vector<SpreadRows> spread(count);
+    for (SpreadRows &rows : spread)
+        if (!rows.allocate(samples_out))
             return false;
     const BilinearTap *tap = taps.get();
     run_strips(count, [&](unsigned n) {
         const RowStrip rows = strip_of(0, dst.height - 1, count, n);
-        float *b = blends[n].row(0);
-        float *v = values[n].row(0);
+        SpreadRows &sp = spread[n];
+        auto make = [&](int32_t y, float *e0, float *e1) { BilinearSpread<Px>::run(src.row(y), tap, W2, e0, e1); };
         for (int64_t j = rows.first; j <= rows.last; ++j) {
             const BilinearTap ty = bilinear_tap(static_cast<int32_t>(j), sy, src.height);
-            const sample *row0 = src.row(ty.i0);
-            const sample *row1 = src.row(ty.i1);
-            const float fy = ty.f, gy = 1.0f - ty.f;
-            for (int64_t f = 0; f < int64_t(W) * C; ++f)
-                b[f] = static_cast<float>(row1[f]) * fy + static_cast<float>(row0[f]) * gy;
-            for (int32_t i = 0; i < W2; ++i) {
-                const BilinearTap tx = tap[i];
-                const float gx = 1.0f - tx.f;
-                for (int c = 0; c < C; ++c)
-                    v[int64_t(i) * C + c] = b[int64_t(tx.i0) * C + c] * gx + b[int64_t(tx.i1) * C + c] * tx.f;
-            }
-            // A blend of samples lies in the sample range (up to a rounding), so its store
-            // needs no range check; the stores come apart so that they run across pixels.
-            sample *out = dst.row(static_cast<int32_t>(j));
-            for (int64_t f = 0; f < samples_out; ++f)
-                out[f] = store_clipped_sample<sample>(v[f]);
+            const int k0 = sp.slot(ty.i0, ty.i1, make);
+            const int k1 = sp.slot(ty.i1, ty.i0, make);
+            run_at_vector_level<BilinearBlendRow<sample>>(sp.e0(k0), sp.e1(k0), sp.e0(k1), sp.e1(k1), ty.f, fx, gx,
+                                                          samples_out, dst.row(static_cast<int32_t>(j)));
         }
     });
     return true;
@@ -332,9 +399,7 @@ bool resample_simple(long width, long height, void *bits, long width_out, long h
             return resample_sinc_fast(src, dst, k, sx, sy, max_value);
         return resample_sinc(src, dst, k, sx, sy, max_value);
     }
-    // The blended row is worth it when each source column serves at least about one
-    // destination column; a strong reduction reads only a few of them.
-    if (fast_paths_enabled() && src.width <= 2 * int64_t(dst.width) && resample_bilinear_fast(src, dst, sx, sy))
+    if (fast_paths_enabled() && resample_bilinear_fast(src, dst, sx, sy))
         return true;
     resample_bilinear(src, dst, sx, sy);
     return true;
