@@ -277,16 +277,20 @@ bool resample_sinc_fast(View<Px> src, View<Px> dst, const SincKernels &k, float 
 // the plain formula's values in its order, computed straight across the row without looking
 // anything up, so that it runs in vector registers.
 
+// The row converted to floats first (across the row, in vector registers), then spread.
 template <class Px>
 struct BilinearSpread {
     using sample = typename Px::sample;
     static constexpr int C = Px::channels;
-    static void run(const sample *row, const BilinearTap *tap, int32_t W2, float *e0, float *e1)
+    static void run(const sample *row, int32_t W, float *values, const BilinearTap *tap, int32_t W2, float *e0,
+                    float *e1)
     {
+        for (int64_t f = 0; f < int64_t(W) * C; ++f)
+            values[f] = static_cast<float>(row[f]);
         for (int32_t i = 0; i < W2; ++i)
             for (int c = 0; c < C; ++c) {
-                e0[int64_t(i) * C + c] = static_cast<float>(row[int64_t(tap[i].i0) * C + c]);
-                e1[int64_t(i) * C + c] = static_cast<float>(row[int64_t(tap[i].i1) * C + c]);
+                e0[int64_t(i) * C + c] = values[int64_t(tap[i].i0) * C + c];
+                e1[int64_t(i) * C + c] = values[int64_t(tap[i].i1) * C + c];
             }
     }
 };
@@ -311,7 +315,11 @@ struct BilinearBlendRow {
 // The spread rows of one strip: two source rows at a time (those of the destination row).
 class SpreadRows {
 public:
-    bool allocate(int64_t samples) { return store_.allocate(4, samples); }
+    bool allocate(int64_t samples, int64_t source_samples)
+    {
+        return store_.allocate(4, samples) && values_.allocate(1, source_samples);
+    }
+    float *values() { return values_.row(0); }
     // The slot holding source row y, spreading it into the slot not holding `keep` if needed.
     template <class Spread>
     int slot(int32_t y, int32_t keep, Spread &&spread)
@@ -328,7 +336,7 @@ public:
     const float *e1(int k) { return store_.row(2 * k + 1); }
 
 private:
-    RowStore store_;
+    RowStore store_, values_;
     int32_t held_[2] = {-1, -1};
 };
 
@@ -355,13 +363,15 @@ bool resample_bilinear_fast(View<Px> src, View<Px> dst, float sx, float sy)
     const unsigned count = strip_count(0, dst.height - 1);
     std::vector<SpreadRows> spread(count);
     for (SpreadRows &rows : spread)
-        if (!rows.allocate(samples_out))
+        if (!rows.allocate(samples_out, int64_t(W) * C))
             return false;
     const BilinearTap *tap = taps.get();
     run_strips(count, [&](unsigned n) {
         const RowStrip rows = strip_of(0, dst.height - 1, count, n);
         SpreadRows &sp = spread[n];
-        auto make = [&](int32_t y, float *e0, float *e1) { BilinearSpread<Px>::run(src.row(y), tap, W2, e0, e1); };
+        auto make = [&](int32_t y, float *e0, float *e1) {
+            BilinearSpread<Px>::run(src.row(y), W, sp.values(), tap, W2, e0, e1);
+        };
         for (int64_t j = rows.first; j <= rows.last; ++j) {
             const BilinearTap ty = bilinear_tap(static_cast<int32_t>(j), sy, src.height);
             const int k0 = sp.slot(ty.i0, ty.i1, make);
