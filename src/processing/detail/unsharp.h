@@ -92,6 +92,15 @@ struct UnsharpBuffers {
 // that the ramp filtering reads, and each output row takes its detail, the image, the clip and
 // the store at once. Every sample receives the very operations of the plain steps, in order.
 
+template <class Sample>
+struct SamplesToFloat {
+    static KEVRA_KERNEL_INLINE void run(const Sample *s, float *into, int64_t f0, int64_t f1)
+    {
+        for (int64_t f = f0; f < f1; ++f)
+            into[f] = static_cast<float>(s[f]);
+    }
+};
+
 // Rows of plane A before the blur.
 template <class Px>
 struct MedianCopyRows {
@@ -106,9 +115,7 @@ struct MedianCopyRows {
         }
         const int64_t f0 = int64_t(widened.x0) * Px::channels, f1 = (int64_t(widened.x1) + 1) * Px::channels;
         std::fill(into, into + f0, 0.0f);
-        const typename Px::sample *s = copy.row(static_cast<int32_t>(r));
-        for (int64_t f = f0; f < f1; ++f)
-            into[f] = static_cast<float>(s[f]);
+        run_at_vector_level<SamplesToFloat<typename Px::sample>>(copy.row(static_cast<int32_t>(r)), into, f0, f1);
         std::fill(into + f1, into + stride, 0.0f);
         return into;
     }
@@ -155,6 +162,24 @@ private:
     RowRing ring_;
 };
 
+// Samples f0..f1 of an output row: the image plus 1.0 times the detail, clipped below then
+// above, truncated. The values first (into the ramp row b, read no more), then the stores, so
+// that each loop runs across pixels.
+template <class Sample>
+struct UnsharpCombine {
+    static KEVRA_KERNEL_INLINE void run(const float *a_row, float *b, Sample *px, int64_t f0, int64_t f1,
+                                        UnsharpParams q, float max_value)
+    {
+        for (int64_t f = f0; f < f1; ++f) {
+            float v = static_cast<float>(px[f]) + 1.0f * unsharp_detail(a_row[f], b[f], q);
+            v = v < 0.0f ? 0.0f : v;
+            b[f] = v > max_value ? max_value : v;
+        }
+        for (int64_t f = f0; f < f1; ++f)
+            px[f] = store_clipped_sample<Sample>(b[f]);
+    }
+};
+
 template <class Px>
 bool unsharp_stream(View<Px> image, View<Px> copy, const CRect &widened, const FilterRegion &g, const Span &s,
                     int64_t n, const float *gauss, const float *ramp, const UnsharpParams &p, float max_value)
@@ -184,22 +209,13 @@ bool unsharp_stream(View<Px> image, View<Px> copy, const CRect &widened, const F
         const RowStrip rows = strip_of(s.r0, s.r1, count, i);
         const typename BlurredRows<Px>::Source blurred{&st.blurred};
         float *b = st.out.row(0);
-        const UnsharpParams q = p; // a local copy: the stores into the image cannot alias it
+        const UnsharpParams q = p; // passed by value: the stores into the image cannot alias it
         const int64_t f0 = int64_t(s.x0) * C, f1 = (int64_t(s.x1) + 1) * C;
         for (int64_t y = rows.first; y <= rows.last; ++y) {
             st.ramp.produce(y, blurred, b);
             const float *a_row = st.blurred.kept(y);
             sample *px = image.row(static_cast<int32_t>(y));
-            // The image plus 1.0 times the detail, clipped below then above, truncated; the
-            // values first (into the ramp row, read no more), then the stores, so that each
-            // loop runs across pixels.
-            for (int64_t f = f0; f < f1; ++f) {
-                float v = static_cast<float>(px[f]) + 1.0f * unsharp_detail(a_row[f], b[f], q);
-                v = v < 0.0f ? 0.0f : v;
-                b[f] = v > max_value ? max_value : v;
-            }
-            for (int64_t f = f0; f < f1; ++f)
-                px[f] = store_clipped_sample<sample>(b[f]);
+            run_at_vector_level<UnsharpCombine<sample>>(a_row, b, px, f0, f1, q, max_value);
         }
     });
     return true;
