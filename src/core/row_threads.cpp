@@ -1,5 +1,6 @@
 #include "core/row_threads.h"
 
+#include <atomic>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -27,8 +28,19 @@ RowStrip strip_of(int64_t first, int64_t last, unsigned count, unsigned i)
     return s;
 }
 
+namespace {
+std::atomic<bool> g_last_first{false};
+} // namespace
+
+void set_strips_last_first(bool on) { g_last_first.store(on, std::memory_order_relaxed); }
+
 void run_strips(unsigned count, const std::function<void(unsigned)> & task)
 {
+    if (g_last_first.load(std::memory_order_relaxed)) {
+        for (unsigned i = count; i-- > 0;)
+            task(i);
+        return;
+    }
     std::vector<std::thread> threads;
     std::vector<unsigned> left; // tasks no thread could be started for
     for (unsigned i = 1; i < count; ++i) {

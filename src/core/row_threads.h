@@ -29,6 +29,11 @@ RowStrip strip_of(int64_t first, int64_t last, unsigned count, unsigned i);
 // cannot be started leaves its task to the calling thread.
 void run_strips(unsigned count, const std::function<void(unsigned)> & task);
 
+// Private, for tests: the strips run one after another on the calling thread, the last first.
+// Strips that wrongly depend on their neighbours' progress then fail every time instead of
+// now and then. Process-wide; set while no operation is running.
+void set_strips_last_first(bool on);
+
 } // namespace kevra::detail
 
 #endif

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "core/fast_path.h"
+#include "core/row_threads.h"
 #include "image/ximage.h"
 #include "kevra/dib.h"
 #include "kevra/lut.h"
@@ -117,23 +118,27 @@ public:
 
 // run(false) on the plain path, then run(true) on the fast path with `threads` threads (the
 // previous count again afterwards): the two results, plain first. The fast path's vector level
-// changes every second call, baseline then the widest present, so that a test alternating
-// thread counts call by call meets every pairing.
+// changes every second call (baseline, then the widest present) and, every fourth, its strips
+// run on threads or one after another, the last first; so a test alternating thread counts
+// call by call meets every combination.
 template <class F>
 std::pair<bool, bool> plain_and_fast(F && run, unsigned threads = 1)
 {
     static unsigned calls = 0;
+    const unsigned call = calls++;
     bool plain;
     {
         kevra::detail::FastPathScope off(false);
         plain = run(false);
     }
     kevra::detail::FastPathScope on(true);
-    kevra::detail::VectorLevelScope level(calls++ / 2 % 2 ? kevra::detail::VectorLevel::avx2
-                                                           : kevra::detail::VectorLevel::baseline);
+    kevra::detail::VectorLevelScope level(call / 2 % 2 ? kevra::detail::VectorLevel::avx2
+                                                       : kevra::detail::VectorLevel::baseline);
+    kevra::detail::set_strips_last_first(call / 4 % 2 == 1);
     const unsigned previous = kevra::platform::thread_count();
     kevra::platform::set_thread_count(threads);
     const bool fast = run(true);
+    kevra::detail::set_strips_last_first(false);
     kevra::platform::set_thread_count(previous);
     return {plain, fast};
 }

@@ -158,12 +158,19 @@ public:
     // bytes are those of the filter into a copy of the image.
     //
     // The plain walk's order still decides which replacement is the call's first, the one that
-    // sorts: interior, then lower, upper, left and right bands. The interior's first is met
-    // first on this walk too and is settled at once. A band replacement is written as a later
-    // one; each band keeps its first with the value it would take as the call's first (its
-    // samples fully sorted) and, when no earlier pass replaced anything, that value is written
-    // at the end. Only the left band's first has a reader, the right band's decision on the
-    // same centre, which is therefore also taken with that value and kept.
+    // sorts: interior, then lower, upper, left and right bands. Interior decisions read only
+    // original samples, so the interior's first is found ahead, by walking interior rows until
+    // one replaces (normally the first), and settled at once; its value is written with its
+    // row. A band replacement is written as a later one; each band keeps its first with the
+    // value it would take as the call's first (its samples fully sorted) and, when no earlier
+    // pass replaced anything, that value is written at the end. Only the left band's first has
+    // a reader, the right band's decision on the same centre, which is therefore also taken
+    // with that value and kept.
+    //
+    // With threads the rows split into strips, each walked the same way on its own ring. A
+    // strip's n lowest and n highest rows are what its neighbours' windows read, so their
+    // results wait in the strip's own store until every strip is done. Each band's first is
+    // the first of the earliest strip that met one.
     //
     // False (nothing done, the caller takes the path with a copy) when the walk does not fit:
     // rows without an interior (the lower and upper bands could then meet), an interior whose
@@ -171,83 +178,49 @@ public:
     bool run_in_place_streamed(const CRect &rc)
     {
         const MedianBounds b = median_bounds(src_.width, src_.height, rc, n_);
-        const int32_t n = n_;
         const bool interior = interior_examined(b) && full_ > 0;
         if (b.rs > b.re || (interior && !integer_sums_exact()))
             return false;
-        const int64_t row_samples = int64_t(src_.width) * channels;
-        const int64_t ring_rows = std::min<int64_t>(int64_t(n) + 2, int64_t(b.rB) - b.rA + 1);
-        const int64_t capacity = std::min<int64_t>(full_, int64_t(src_.width) * src_.height);
-        std::unique_ptr<sample[]> ring(try_new_array<sample>(static_cast<std::size_t>(ring_rows * row_samples)));
-        std::unique_ptr<sample[]> gathered(try_new_array<sample>(static_cast<std::size_t>(std::max<int64_t>(capacity, 1))));
-        std::unique_ptr<uint32_t[]> scratch(
-            interior ? try_new_array<uint32_t>(static_cast<std::size_t>(scratch_words(b))) : nullptr);
-        if (ring == nullptr || gathered == nullptr || (interior && scratch == nullptr))
-            return false;
+        const unsigned count = strip_count(b.rA, b.rB);
+        std::vector<StreamStrip> strips(count);
+        for (unsigned i = 0; i < count; ++i)
+            if (!allocate_strip(b, strip_of(b.rA, b.rB, count, i), interior, strips[i]))
+                return false;
         if (interior)
             build_thresholds();
 
-        auto ring_row = [&](int64_t r) { return ring.get() + ((r - b.rA) % ring_rows) * row_samples; };
-        auto write_back = [&](int64_t r) {
-            std::memcpy(src_.row(static_cast<int32_t>(r)), ring_row(r), static_cast<std::size_t>(row_samples) * sizeof(sample));
-        };
-        bool interior_replaced = false;
-        FirstOfBand firsts[4];
-        sample *row = nullptr;
-        // One band centre: decided against the ring, replaced as a later replacement; the
-        // band's first replacement also keeps its value as the call's first.
-        auto visit = [&](Band which, const BandCentre &k) {
-            if (k.x < 0 || k.x >= src_.width) // a centre the band rules put past the image
-                return;
-            sample &centre = row[k.x * channels + k.c];
-            const BandPick pick = band_pick_streamed(k, centre, gathered.get(), !firsts[which].met);
-            FirstOfBand &f = firsts[which];
-            if (which == Band::right && firsts[Band::left].met && firsts[Band::left].r == k.r &&
-                firsts[Band::left].x == k.x && firsts[Band::left].c == k.c) {
-                // The centre whose left-band value may still change: its decision here is
-                // also taken with the value it would have then.
-                FirstOfBand &l = firsts[Band::left];
-                const BandPick as_first = band_pick_streamed(k, l.value, gathered.get(), false);
-                l.value = as_first.replaced ? as_first.later : l.value;
+        Hit first; // the interior's first replacement
+        sample first_value = 0;
+        if (interior) {
+            sample *probe = strips[0].ring.get();
+            for (int32_t r = b.rs; r <= b.re && first.r < 0; ++r) {
+                std::memcpy(probe, src_.row(r), static_cast<std::size_t>(src_.width) * channels * sizeof(sample));
+                const int64_t j = interior_row(b, r, r == b.rs, strips[0].scratch.get(), probe);
+                if (j >= 0)
+                    first = Hit{static_cast<int32_t>(b.xs + j / channels), r, static_cast<int>(j % channels)};
             }
-            if (!pick.replaced)
-                return;
-            if (!f.met)
-                f = FirstOfBand{true, k.x, k.r, k.c, pick.first};
-            centre = pick.later;
-        };
-
-        for (int32_t r = b.rA; r <= b.rB; ++r) {
-            row = ring_row(r);
-            std::memcpy(row, src_.row(r), static_cast<std::size_t>(row_samples) * sizeof(sample));
-            if (r < b.rs) {
-                band_row(b, Band::lower, r, [&](const BandCentre &k) { visit(Band::lower, k); });
-            } else if (r > b.re) {
-                band_row(b, Band::upper, r, [&](const BandCentre &k) { visit(Band::upper, k); });
-            } else {
-                if (interior) {
-                    const int64_t j = interior_row(b, r, r == b.rs, scratch.get(), row);
-                    if (j >= 0 && !interior_replaced) {
-                        interior_replaced = true;
-                        const int32_t x = static_cast<int32_t>(b.xs + j / channels);
-                        const int c = static_cast<int>(j % channels);
-                        row[int64_t(x) * channels + c] = settled(x, r, c);
-                    }
-                }
-                band_row(b, Band::left, r, [&](const BandCentre &k) { visit(Band::left, k); });
-                band_row(b, Band::right, r, [&](const BandCentre &k) { visit(Band::right, k); });
-            }
-            if (int64_t(r) - (ring_rows - 1) >= b.rA)
-                write_back(int64_t(r) - (ring_rows - 1));
+            if (first.r >= 0)
+                first_value = settled(first.x, first.r, first.c);
         }
-        for (int64_t r = std::max<int64_t>(b.rA, int64_t(b.rB) - (ring_rows - 2)); r <= b.rB; ++r)
-            write_back(r);
-        if (!interior_replaced)
-            for (const FirstOfBand &f : firsts)
-                if (f.met) {
-                    src_.pixel(static_cast<int32_t>(f.x), static_cast<int32_t>(f.r))[f.c] = f.value;
-                    break;
-                }
+        run_strips(count, [&](unsigned i) {
+            walk_strip(b, strip_of(b.rA, b.rB, count, i), interior, first, first_value, strips[i]);
+        });
+
+        const int64_t row_bytes = int64_t(src_.width) * channels * int64_t(sizeof(sample));
+        for (unsigned i = 0; i < count; ++i) {
+            const RowStrip rows = strip_of(b.rA, b.rB, count, i);
+            for (int64_t r = rows.first; r <= rows.last; ++r)
+                if (const sample *kept = strips[i].deferred_row(rows, r, n_))
+                    std::memcpy(src_.row(static_cast<int32_t>(r)), kept, static_cast<std::size_t>(row_bytes));
+        }
+        if (first.r < 0)
+            for (int band = Band::lower; band <= Band::right; ++band)
+                for (const StreamStrip &st : strips)
+                    if (st.firsts[band].met) {
+                        const FirstOfBand &f = st.firsts[band];
+                        src_.pixel(static_cast<int32_t>(f.x), static_cast<int32_t>(f.r))[f.c] = f.value;
+                        return true;
+                    }
         return true;
     }
 
@@ -639,6 +612,100 @@ private:
         sample value = 0;
     };
 
+    // One strip of the streamed walk: its ring of result rows, the results its neighbours'
+    // windows wait for, and its own scratch.
+    struct StreamStrip {
+        std::unique_ptr<sample[]> ring, deferred, gathered;
+        std::unique_ptr<uint32_t[]> scratch;
+        int64_t ring_rows = 0, row_samples = 0;
+        FirstOfBand firsts[4];
+
+        // Where row r's result waits, or null when it goes straight to the image.
+        sample *deferred_row(const RowStrip &rows, int64_t r, int32_t n) const
+        {
+            if (r - rows.first < n)
+                return deferred.get() + (r - rows.first) * row_samples;
+            if (rows.last - r < n)
+                return deferred.get() + (int64_t(n) + rows.last - r) * row_samples;
+            return nullptr;
+        }
+    };
+
+    bool allocate_strip(const MedianBounds &b, const RowStrip &rows, bool interior, StreamStrip &st) const
+    {
+        const int64_t height = rows.last - rows.first + 1;
+        st.row_samples = int64_t(src_.width) * channels;
+        st.ring_rows = std::min<int64_t>(int64_t(n_) + 2, height);
+        const int64_t waiting = std::min<int64_t>(2 * int64_t(n_), height);
+        const int64_t capacity = std::min<int64_t>(full_, int64_t(src_.width) * src_.height);
+        st.ring.reset(try_new_array<sample>(static_cast<std::size_t>(st.ring_rows * st.row_samples)));
+        st.deferred.reset(try_new_array<sample>(static_cast<std::size_t>(std::max<int64_t>(waiting * st.row_samples, 1))));
+        st.gathered.reset(try_new_array<sample>(static_cast<std::size_t>(std::max<int64_t>(capacity, 1))));
+        if (interior)
+            st.scratch.reset(try_new_array<uint32_t>(static_cast<std::size_t>(scratch_words(b))));
+        return st.ring != nullptr && st.deferred != nullptr && st.gathered != nullptr &&
+               (!interior || st.scratch != nullptr);
+    }
+
+    void walk_strip(const MedianBounds &b, const RowStrip &rows, bool interior, const Hit &first, sample first_value,
+                    StreamStrip &st) const
+    {
+        const std::size_t row_bytes = static_cast<std::size_t>(st.row_samples) * sizeof(sample);
+        auto ring_row = [&](int64_t r) { return st.ring.get() + ((r - rows.first) % st.ring_rows) * st.row_samples; };
+        auto keep = [&](int64_t r) {
+            sample *to = st.deferred_row(rows, r, n_);
+            std::memcpy(to != nullptr ? to : src_.row(static_cast<int32_t>(r)), ring_row(r), row_bytes);
+        };
+        FirstOfBand *firsts = st.firsts;
+        sample *row = nullptr;
+        // One band centre: decided against the ring, replaced as a later replacement; the
+        // band's first replacement also keeps its value as the call's first.
+        auto visit = [&](Band which, const BandCentre &k) {
+            if (k.x < 0 || k.x >= src_.width) // a centre the band rules put past the image
+                return;
+            sample &centre = row[k.x * channels + k.c];
+            const BandPick pick = band_pick_streamed(k, centre, st.gathered.get(), !firsts[which].met);
+            FirstOfBand &f = firsts[which];
+            if (which == Band::right && firsts[Band::left].met && firsts[Band::left].r == k.r &&
+                firsts[Band::left].x == k.x && firsts[Band::left].c == k.c) {
+                // The centre whose left-band value may still change: its decision here is
+                // also taken with the value it would have then.
+                FirstOfBand &l = firsts[Band::left];
+                const BandPick as_first = band_pick_streamed(k, l.value, st.gathered.get(), false);
+                l.value = as_first.replaced ? as_first.later : l.value;
+            }
+            if (!pick.replaced)
+                return;
+            if (!f.met)
+                f = FirstOfBand{true, k.x, k.r, k.c, pick.first};
+            centre = pick.later;
+        };
+
+        const int64_t fresh = std::max<int64_t>(rows.first, b.rs); // the strip's first interior row
+        for (int64_t r64 = rows.first; r64 <= rows.last; ++r64) {
+            const int32_t r = static_cast<int32_t>(r64);
+            row = ring_row(r);
+            std::memcpy(row, src_.row(r), row_bytes);
+            if (r < b.rs) {
+                band_row(b, Band::lower, r, [&](const BandCentre &k) { visit(Band::lower, k); });
+            } else if (r > b.re) {
+                band_row(b, Band::upper, r, [&](const BandCentre &k) { visit(Band::upper, k); });
+            } else {
+                if (interior) {
+                    interior_row(b, r, r == fresh, st.scratch.get(), row);
+                    if (r == first.r)
+                        row[int64_t(first.x) * channels + first.c] = first_value;
+                }
+                band_row(b, Band::left, r, [&](const BandCentre &k) { visit(Band::left, k); });
+                band_row(b, Band::right, r, [&](const BandCentre &k) { visit(Band::right, k); });
+            }
+            if (r64 - (st.ring_rows - 1) >= rows.first)
+                keep(r64 - (st.ring_rows - 1));
+        }
+        for (int64_t r = std::max<int64_t>(rows.first, rows.last - (st.ring_rows - 2)); r <= rows.last; ++r)
+            keep(r);
+    }
+
     View<Px> src_;
     View<Px> out_;
     sample *samples_;
@@ -696,8 +763,8 @@ bool median_in_place(long width, long height, void *bits, const CRect &rc, doubl
                      unsigned short radius)
 {
     const View<Px> v = view<Px>(width, height, static_cast<unsigned char *>(bits));
-    // On one thread the fast path walks the image in place through a ring of result rows.
-    if (fast_paths_enabled() && platform::thread_count() <= 1 && v.width >= 1 && v.height >= 1) {
+    // The fast path walks the image in place through rings of result rows, in strips on threads.
+    if (fast_paths_enabled() && v.width >= 1 && v.height >= 1) {
         using sample = typename Px::sample;
         const int64_t capacity = median_sample_capacity<Px>(v.width, v.height, radius);
         std::unique_ptr<sample[]> samples(try_new_array<sample>(static_cast<std::size_t>(capacity)));
