@@ -167,8 +167,9 @@ using Output = std::function<std::vector<uint8_t>()>;
 
 // One pair. `kevra` and `opencv` run the operation once; `setup` restores the inputs. `heavy`:
 // also time Kevra with two threads. An empty `opencv` means no peer at this depth. With an
-// `output` (Kevra's result bytes), Kevra first runs on its plain and on its fast paths, and the
-// program stops unless both give the same bytes.
+// `output` (Kevra's result bytes), Kevra first runs on its plain and on its fast paths (with the
+// baseline kernels and with the widest the processor has), and the program stops unless all
+// give the same bytes.
 void pair(const std::string &operation, const std::string &peer, int bpp, bool heavy,
           const std::function<void()> &setup, const std::function<bool()> &kevra,
           const std::function<bool()> &opencv, const Output &output = {})
@@ -183,11 +184,15 @@ void pair(const std::string &operation, const std::string &peer, int bpp, bool h
             kevra();
             plain = output();
         }
-        setup();
-        kevra();
-        if (output() != plain) {
-            std::fprintf(stderr, "%s at %d bits: the fast path differs from the plain path\n", operation.c_str(), bpp);
-            std::exit(EXIT_FAILURE);
+        for (const auto level : {kevra::detail::VectorLevel::baseline, kevra::detail::widest_vector_level()}) {
+            kevra::detail::VectorLevelScope scope(level);
+            setup();
+            kevra();
+            if (output() != plain) {
+                std::fprintf(stderr, "%s at %d bits: the fast path differs from the plain path\n", operation.c_str(),
+                             bpp);
+                std::exit(EXIT_FAILURE);
+            }
         }
     }
     const int reps = heavy ? std::max(1, std::min(g_reps, 3)) : g_reps;
@@ -488,8 +493,10 @@ int main(int argc, char **argv)
     bmp_pairs();
 
     std::printf("\n%dx%d, one thread each (cv::setNumThreads(1), Kevra thread count 1), median of %d runs "
-                "(3 for the heavy ones); \"of fastest runs\": Kevra's fastest run over OpenCV's.\n\n",
-                kSide, kSide, g_reps);
+                "(3 for the heavy ones); \"of fastest runs\": Kevra's fastest run over OpenCV's. Kevra's "
+                "kernels: %s.\n\n",
+                kSide, kSide, g_reps,
+                kevra::detail::vector_level() == kevra::detail::VectorLevel::avx2 ? "AVX2 copies" : "baseline");
     print_table();
     return EXIT_SUCCESS;
 }

@@ -18,6 +18,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "core/fast_path.h"
 #include "core/pixel.h"
 
 namespace kevra {
@@ -94,16 +95,18 @@ inline void transpose_shorts_4x4(uint64_t w[4])
 // table of the grey negative and palette 12 of the colour negative are exactly that, so the
 // samples of the span are complemented in place. `bytes` bytes from p.
 
-inline void complement_bytes(uint8_t *p, std::size_t bytes)
-{
-    constexpr std::size_t kBlock = 32;
-    std::size_t i = 0;
-    for (; i + kBlock <= bytes; i += kBlock)
-        for (std::size_t k = 0; k < kBlock; ++k)
-            p[i + k] = static_cast<uint8_t>(~p[i + k]);
-    for (; i < bytes; ++i)
-        p[i] = static_cast<uint8_t>(~p[i]);
-}
+struct ComplementBytes {
+    static KEVRA_KERNEL_INLINE void run(uint8_t *p, std::size_t bytes)
+    {
+        constexpr std::size_t kBlock = 32;
+        std::size_t i = 0;
+        for (; i + kBlock <= bytes; i += kBlock)
+            for (std::size_t k = 0; k < kBlock; ++k)
+                p[i + k] = static_cast<uint8_t>(~p[i + k]);
+        for (; i < bytes; ++i)
+            p[i] = static_cast<uint8_t>(~p[i]);
+    }
+};
 
 // Every sample of columns x0 .. x1 of buffer rows r0 .. r1 (the table walk's span).
 template <class Px>
@@ -114,7 +117,7 @@ void complement_span(const View<Px> &v, const Span &s)
     const std::size_t bytes =
         static_cast<std::size_t>(s.x1 - s.x0 + 1) * Px::channels * sizeof(typename Px::sample);
     for (int32_t r = s.r0; r <= s.r1; ++r)
-        complement_bytes(reinterpret_cast<uint8_t *>(v.pixel(s.x0, r)), bytes);
+        run_at_vector_level<ComplementBytes>(reinterpret_cast<uint8_t *>(v.pixel(s.x0, r)), bytes);
 }
 
 // ---- left-right mirror --------------------------------------------------------------------------
