@@ -118,9 +118,9 @@ TEST(Lut, ToneFormulaExhaustive)
         CLUT_8_Bpp l8;
         CLUT_16_Bpp l16;
         CLUT_24_Bpp l24(e_Palette21); // the blue table is rebuilt, red and green become copies
-        EXPECT_TRUE(l8.SetLuminositeConstrateGamma(k.l, k.c, k.g));
-        EXPECT_TRUE(l16.SetLuminositeConstrateGamma(k.l, k.c, k.g));
-        EXPECT_TRUE(l24.SetLuminositeConstrateGamma(k.l, k.c, k.g));
+        EXPECT_TRUE(l8.SetLuminositeConstrateGamma(k.l, k.c, k.g) &&
+                    l16.SetLuminositeConstrateGamma(k.l, k.c, k.g) &&
+                    l24.SetLuminositeConstrateGamma(k.l, k.c, k.g));
         EXPECT_EQ(crc_of(l8), k.crc8);
         EXPECT_EQ(crc_of(l16), k.crc16);
         for (const CLUT_8_Bpp *channel : {&l24.Donne_Rouge(), &l24.Donne_Vert(), &l24.Donne_Bleu()})
@@ -293,10 +293,8 @@ TEST(Lut, FiltreWorksOnTheWorkingZoneOfAnImageOfItsDepth)
     CDibRoot empty, grey16(CSize(4, 3), 16), grey8(CSize(4, 3), 8);
     std::memset(grey16.GetBits(), 9, static_cast<std::size_t>(grey16.Pitch()) * 3);
     std::memset(grey8.GetBits(), 9, static_cast<std::size_t>(grey8.Pitch()) * 3);
-    EXPECT_FALSE(black.Filtre(nullptr));
-    EXPECT_FALSE(black.Filtre(&empty));
-    EXPECT_FALSE(black.Filtre(&grey16));
-    EXPECT_FALSE(colour.Filtre(&grey16));
+    EXPECT_FALSE(black.Filtre(nullptr) || black.Filtre(&empty) || black.Filtre(&grey16) ||
+                 colour.Filtre(&grey16));
     for (long i = 0; i < grey16.Pitch() * 3; ++i)
         ASSERT_EQ(grey16.GetBits()[i], 9);
     grey8.SetZoneTravail(CRect(1, 0, 2, 1)); // picture rows 0..1 = memory rows 2..1
