@@ -4,7 +4,6 @@
 #include <cmath>
 #include <limits>
 
-#include "core/clamp.h"
 #include "core/fast_path.h"
 #include "core/float_store.h"
 #include "kevra/platform.h"
@@ -61,14 +60,6 @@ TEST(FloatStore, SignedValuesCountsAndRounding)
     EXPECT_EQ(round_half_up_i32(-0.5), 0);
     EXPECT_EQ(round_half_up_i32(-0.51), -1);
     EXPECT_EQ(round_half_up_i32(1e300), INT32_MAX);
-}
-
-TEST(Clamp, Int32Coordinates)
-{
-    EXPECT_EQ(clamp_i32(INT64_MIN, 0, 9), 0);
-    EXPECT_EQ(clamp_i32(INT64_MAX, 0, 9), 9);
-    EXPECT_EQ(clamp_i32(4, 0, 9), 4);
-    EXPECT_EQ(clamp_to(-3, -1, INT64_MAX), -1);
 }
 
 // The scope sets the switch and restores the previous value, nested or not. A plain-only

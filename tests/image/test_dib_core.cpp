@@ -160,8 +160,7 @@ TEST(DibCore, CreateFailsCleanly)
     }
     EXPECT_EQ(d.BitCount(), 0);
     // Sizes that cannot be represented are refused, not wrapped.
-    EXPECT_FALSE(d.Create(CSize(0, 10), 8));
-    EXPECT_FALSE(d.Create(CSize(-5, 10), 8));
+    EXPECT_FALSE(d.Create(CSize(0, 10), 8) || d.Create(CSize(-5, 10), 8));
     EXPECT_FALSE(d.Create(CSize(0x7FFFFFFF, 0x7FFFFFFF), 24));
     EXPECT_FALSE(d.IsOK());
 }
@@ -206,9 +205,8 @@ TEST(ConvertBpp, RefusalsAndTheToDoMessage)
     EXPECT_FALSE(c24.CopyToDifferentBpp(g8));
     EXPECT_EQ(boxes.texts, std::vector<std::string>(2, "TO DO"));
     // Silent refusals.
-    EXPECT_FALSE(other.CopyToDifferentBpp(g8));
-    EXPECT_FALSE(empty.CopyToDifferentBpp(g8));
-    EXPECT_FALSE(g8.CopyToDifferentBpp(empty));
+    EXPECT_FALSE(other.CopyToDifferentBpp(g8) || empty.CopyToDifferentBpp(g8) ||
+                 g8.CopyToDifferentBpp(empty));
     EXPECT_EQ(boxes.texts.size(), 2u);
     EXPECT_EQ(g8.GetBits()[0], 3);
 }

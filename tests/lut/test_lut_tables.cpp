@@ -52,7 +52,7 @@ Rgb palette(int code, int i)
 
 } // namespace
 
-TEST(Lut, ConstructionFromArraysAndCopies)
+TEST(Lut, ConstructionFromArrays)
 {
     unsigned char src8[256];
     std::vector<unsigned short> src16(65536);
@@ -60,20 +60,19 @@ TEST(Lut, ConstructionFromArraysAndCopies)
         src8[i & 255] = static_cast<unsigned char>((i & 255) * 7 + 3);
         src16[i] = static_cast<unsigned short>(65535 - i);
     }
-    const CLUT_8_Bpp from8(src8), copy8(from8), id8;
-    const CLUT_16_Bpp from16(src16.data()), copy16(from16), id16(nullptr);
+    const CLUT_8_Bpp from8(src8), id8;
+    const CLUT_16_Bpp from16(src16.data()), id16(nullptr);
     for (int i = 0; i < 65536; ++i) {
         const int j = i & 255;
         ASSERT_EQ(from8[j], src8[j]);
-        ASSERT_EQ(copy8[j], src8[j]);
         ASSERT_EQ(id8[j], j);
         // 65536 bytes are copied from the array: its first 32768 entries only.
         ASSERT_EQ(from16[i], i < 32768 ? 65535 - i : 0) << i;
-        ASSERT_EQ(copy16[i], from16[i]);
         ASSERT_EQ(id16[i], i);
     }
     // Colour tables from 256 quads (blue, green, red, reserved), from three grey tables (a missing
-    // one is the identity), copied and assigned; any other quad count gives the identity.
+    // one is the identity); any other quad count gives the identity. (Copies of tables are the
+    // expectations of the Combiner and display-table tests.)
     std::vector<tagRGBQUAD> q(256);
     for (int i = 0; i < 256; ++i)
         q[i] = tagRGBQUAD{static_cast<uint8_t>(i / 2), static_cast<uint8_t>(255 - i), static_cast<uint8_t>(i ^ 0x55), 7};
@@ -81,14 +80,10 @@ TEST(Lut, ConstructionFromArraysAndCopies)
     CLUT_8_Bpp r, g;
     r.SetContraste(2.0f);
     g.SetContraste(0.0f);
-    const CLUT_24_Bpp fromChannels(&r, &g, nullptr), copy(fromQuads);
-    CLUT_24_Bpp assigned;
-    assigned = fromQuads;
+    const CLUT_24_Bpp fromChannels(&r, &g, nullptr);
     for (int i = 0; i < 256; ++i) {
         const Rgb want{i ^ 0x55, 255 - i, i / 2};
         ASSERT_EQ(entry(fromQuads, i), want) << i;
-        ASSERT_EQ(entry(copy, i), want) << i;
-        ASSERT_EQ(entry(assigned, i), want) << i;
         ASSERT_EQ(entry(wrongCount, i), (Rgb{i, i, i})) << i;
         ASSERT_EQ(entry(fromChannels, i), (Rgb{r[i], 0, i})) << i;
     }
@@ -118,9 +113,9 @@ TEST(Lut, ToneFormulaExhaustive)
         CLUT_8_Bpp l8;
         CLUT_16_Bpp l16;
         CLUT_24_Bpp l24(e_Palette21); // the blue table is rebuilt, red and green become copies
-        EXPECT_TRUE(l8.SetLuminositeConstrateGamma(k.l, k.c, k.g));
-        EXPECT_TRUE(l16.SetLuminositeConstrateGamma(k.l, k.c, k.g));
-        EXPECT_TRUE(l24.SetLuminositeConstrateGamma(k.l, k.c, k.g));
+        EXPECT_TRUE(l8.SetLuminositeConstrateGamma(k.l, k.c, k.g) &&
+                    l16.SetLuminositeConstrateGamma(k.l, k.c, k.g) &&
+                    l24.SetLuminositeConstrateGamma(k.l, k.c, k.g));
         EXPECT_EQ(crc_of(l8), k.crc8);
         EXPECT_EQ(crc_of(l16), k.crc16);
         for (const CLUT_8_Bpp *channel : {&l24.Donne_Rouge(), &l24.Donne_Vert(), &l24.Donne_Bleu()})
@@ -293,10 +288,8 @@ TEST(Lut, FiltreWorksOnTheWorkingZoneOfAnImageOfItsDepth)
     CDibRoot empty, grey16(CSize(4, 3), 16), grey8(CSize(4, 3), 8);
     std::memset(grey16.GetBits(), 9, static_cast<std::size_t>(grey16.Pitch()) * 3);
     std::memset(grey8.GetBits(), 9, static_cast<std::size_t>(grey8.Pitch()) * 3);
-    EXPECT_FALSE(black.Filtre(nullptr));
-    EXPECT_FALSE(black.Filtre(&empty));
-    EXPECT_FALSE(black.Filtre(&grey16));
-    EXPECT_FALSE(colour.Filtre(&grey16));
+    EXPECT_FALSE(black.Filtre(nullptr) || black.Filtre(&empty) || black.Filtre(&grey16) ||
+                 colour.Filtre(&grey16));
     for (long i = 0; i < grey16.Pitch() * 3; ++i)
         ASSERT_EQ(grey16.GetBits()[i], 9);
     grey8.SetZoneTravail(CRect(1, 0, 2, 1)); // picture rows 0..1 = memory rows 2..1

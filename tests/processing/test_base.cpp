@@ -99,11 +99,11 @@ TEST(ProcessingBase, TronqueValeursAdditionAndNullArguments)
 
     unsigned char px[4] = {};
     CRect rc(0, 0, 0, 0);
-    EXPECT_FALSE(b8.ConvertToFloat(1, 1, nullptr, plane.data(), rc));
-    EXPECT_FALSE(b8.ConvertToFloat(1, 1, px, nullptr, rc));
-    EXPECT_FALSE(b8.ConvertToBits(1, 1, nullptr, plane.data(), rc));
-    EXPECT_FALSE(b8.TronqueValeurs(1, 1, nullptr, rc, 0, 1));
-    EXPECT_FALSE(b8.AdditionSoustractionFloat(1, 1, 1, plane.data(), nullptr, rc));
+    EXPECT_FALSE(b8.ConvertToFloat(1, 1, nullptr, plane.data(), rc) ||
+                 b8.ConvertToFloat(1, 1, px, nullptr, rc) ||
+                 b8.ConvertToBits(1, 1, nullptr, plane.data(), rc) ||
+                 b8.TronqueValeurs(1, 1, nullptr, rc, 0, 1) ||
+                 b8.AdditionSoustractionFloat(1, 1, 1, plane.data(), nullptr, rc));
     EXPECT_TRUE(b8.ConvertToFloat(1, 1, px, plane.data(), CRect(0, 2, 0, 1))); // top > bottom: nothing
     // Another depth converts and clamps nothing, and succeeds.
     EXPECT_TRUE(odd.ConvertToFloat(1, 1, px, plane.data(), rc) && odd.TronqueValeurs(1, 1, plane.data(), rc, 0, 1));

@@ -133,15 +133,14 @@ TEST(FastPaths, GiveThePlainBytesOnRandomCases)
                 return f ? op.run(bpp, fast, fast_out, rc, fast_counts, seed)
                          : op.run(bpp, plain, plain_out, rc, plain_counts, seed);
             });
-            const std::string where = std::string(op.name) + " " + std::to_string(w) + "x" + std::to_string(h) +
-                                      " at " + std::to_string(bpp) + " bits, rectangle " + std::to_string(rc.left) +
-                                      "," + std::to_string(rc.top) + "," + std::to_string(rc.right) + "," +
-                                      std::to_string(rc.bottom) + ", seed " + std::to_string(seed);
-            ASSERT_EQ(fast_ok, plain_ok) << where;
-            ASSERT_EQ(first_difference(fast, plain), "") << where;
-            ASSERT_EQ(first_difference(fast_out, plain_out), "") << where;
-            ASSERT_EQ(fast_counts, plain_counts) << where;
-            ASSERT_TRUE(fast.intact() && fast_out.intact()) << where;
+            SCOPED_TRACE(testing::Message() << op.name << " " << w << "x" << h << " at " << bpp
+                         << " bits, rectangle " << rc.left << "," << rc.top << "," << rc.right
+                         << "," << rc.bottom << ", seed " << seed);
+            ASSERT_EQ(fast_ok, plain_ok);
+            ASSERT_EQ(first_difference(fast, plain), "");
+            ASSERT_EQ(first_difference(fast_out, plain_out), "");
+            ASSERT_EQ(fast_counts, plain_counts);
+            ASSERT_TRUE(fast.intact() && fast_out.intact());
         }
     }
 }

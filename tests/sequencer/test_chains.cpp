@@ -285,9 +285,7 @@ TEST_F(SequencerChains, FiltrerSwapsTheResultInAndKeepsTheNewImageOnFailure)
     // No image, an empty one, an empty list: refused before any change.
     CDibRoot empty;
     CSequenceur none;
-    EXPECT_FALSE(seq.Filtrer(nullptr));
-    EXPECT_FALSE(seq.Filtrer(&empty));
-    EXPECT_FALSE(none.Filtrer(&grey.image));
+    EXPECT_FALSE(seq.Filtrer(nullptr) || seq.Filtrer(&empty) || none.Filtrer(&grey.image));
     EXPECT_EQ(grey.image.Size(), CSize(4, 6));
 }
 

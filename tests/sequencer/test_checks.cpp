@@ -116,8 +116,8 @@ TEST_F(SequencerChecks, RefusedStepsAndAllocationFailuresLeaveTheListUnchanged)
     EXPECT_FALSE(seq.AddTraitement(S::e_Resample, resample(0, 0, 0)));
     EXPECT_FALSE(seq.IsOK());
     EXPECT_TRUE(seq.AddTraitement(S::e_Negatif, params()));
-    EXPECT_FALSE(seq.AddTraitement(S::e_QuickRotate, rotate(7)));
-    EXPECT_FALSE(seq.AddTraitement(static_cast<Code>(77), params()));
+    EXPECT_FALSE(seq.AddTraitement(S::e_QuickRotate, rotate(7)) ||
+                 seq.AddTraitement(static_cast<Code>(77), params()));
     {
         FailAllocations fail;
         EXPECT_FALSE(seq.AddTraitement(S::e_Mirroir_Vertical, params()));

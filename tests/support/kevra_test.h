@@ -30,16 +30,13 @@ public:
     TempDir()
     {
         std::string templ = (fs::temp_directory_path() / "kevra-test-XXXXXX").string();
-        std::vector<char> buf(templ.begin(), templ.end());
-        buf.push_back('\0');
-        if (mkdtemp(buf.data()) != nullptr)
-            m_path = buf.data();
+        if (mkdtemp(templ.data()) != nullptr)
+            m_path = templ;
     }
     ~TempDir()
     {
-        std::error_code ec;
-        if (!m_path.empty())
-            fs::remove_all(m_path, ec);
+        std::error_code ec; // an empty path (mkdtemp failed) is an error here, and ignored
+        fs::remove_all(m_path, ec);
     }
     TempDir(const TempDir &) = delete;
     TempDir & operator=(const TempDir &) = delete;
