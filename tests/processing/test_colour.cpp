@@ -357,3 +357,34 @@ TEST(ColourMemo, PublicFormsAndAllocationFallback)
             EXPECT_EQ(first_difference(plain, other), "") << op << mode;
         }
 }
+
+// The four-pixel model (AVX2) against the plain model on every colour whose bytes are
+// multiples of 5 (greys, ties for the maximum and minimum, every hue sector) and a last odd
+// pixel, at gains that clamp in both directions.
+TEST(ColourModel, FourPixelModelGivesThePlainBytes)
+{
+#if defined(KEVRA_MODEL_LANES)
+    if (detail::widest_vector_level() != detail::VectorLevel::avx2)
+        GTEST_SKIP() << "no AVX2 on this processor";
+    Buf source(52 * 52 * 52 + 1, 1, 24, 3);
+    for (long i = 0; i < source.w - 1; ++i)
+        for (int c = 0; c < 3; ++c)
+            source.set(i, 0, static_cast<int>(i / (c == 0 ? 1 : c == 1 ? 52 : 52 * 52) % 52 * 5), c);
+    const detail::PixelRuns runs = detail::half_open_runs(1, CRect(0, 0, static_cast<int>(source.w), 1));
+    for (int level : {-50, 0, 37, 100, 150, 1000})
+        for (bool hue : {true, false}) {
+            Buf plain = source, lanes = source;
+            const double factor = detail::model_factor(level);
+            detail::apply_model_plain(detail::view<detail::Bgr24>(plain.w, 1, plain.bits()), runs, factor,
+                                      hue ? detail::scale_hue : detail::scale_lightness);
+            const auto v = detail::view<detail::Bgr24>(lanes.w, 1, lanes.bits());
+            if (hue)
+                detail::apply_model_lanes<detail::ModelGain::hue>(v, runs, factor);
+            else
+                detail::apply_model_lanes<detail::ModelGain::lightness>(v, runs, factor);
+            EXPECT_EQ(first_difference(plain, lanes), "") << level << (hue ? " hue" : " lightness");
+        }
+#else
+    GTEST_SKIP() << "no AVX2 copy in this build";
+#endif
+}
