@@ -113,6 +113,49 @@ struct DownInterior {
     }
 };
 
+// The same two passes for a radius known when compiling: each sample's sum stays in a register
+// through its taps, added in the same order, so the row is read and written once.
+template <int C, int N>
+struct AcrossInteriorFixed {
+    static KEVRA_KERNEL_INLINE void run(const float * __restrict s, float * __restrict m, int64_t f0, int64_t f1,
+                                        const float * kx)
+    {
+        float k[N + 1];
+        for (int i = 0; i <= N; ++i)
+            k[i] = kx[i];
+        for (int64_t f = f0; f < f1; ++f) {
+            float v = k[0] * s[f];
+            for (int i = 1; i <= N; ++i)
+                v = v + k[i] * (s[f - i * C] + s[f + i * C]);
+            m[f] = v;
+        }
+    }
+};
+
+template <int N>
+struct DownInteriorFixed {
+    static KEVRA_KERNEL_INLINE void run(const RowRing * ring, float * __restrict o, int64_t y, int64_t f0, int64_t f1,
+                                        const float * ky)
+    {
+        const float * centre = ring->row(y);
+        const float * below[N];
+        const float * above[N];
+        float k[N + 1];
+        k[0] = ky[0];
+        for (int j = 1; j <= N; ++j) {
+            below[j - 1] = ring->row(y - j);
+            above[j - 1] = ring->row(y + j);
+            k[j] = ky[j];
+        }
+        for (int64_t f = f0; f < f1; ++f) {
+            float v = k[0] * centre[f];
+            for (int j = 1; j <= N; ++j)
+                v = v + k[j] * (below[j - 1][f] + above[j - 1][f]);
+            o[f] = v;
+        }
+    }
+};
+
 // Across pass of one row, columns L..R of the axis: interior a tap at a time, borders per pixel.
 template <int C>
 void across_row(const float * srow, float * mrow, const FilterAxis & ax, const float * kx)
@@ -124,7 +167,14 @@ void across_row(const float * srow, float * mrow, const FilterAxis & ax, const f
     }
     for (int64_t x = ax.lo; x < ax.inner_lo; ++x)
         across_pixel_plain<C>(srow, mrow, ax, x, kx);
-    run_at_vector_level<AcrossInterior<C>>(srow, mrow, ax.inner_lo * C, ax.inner_hi * C + C, kx, ax.n);
+    const int64_t f0 = ax.inner_lo * C, f1 = ax.inner_hi * C + C;
+    switch (ax.n) {
+    case 1: run_at_vector_level<AcrossInteriorFixed<C, 1>>(srow, mrow, f0, f1, kx); break;
+    case 2: run_at_vector_level<AcrossInteriorFixed<C, 2>>(srow, mrow, f0, f1, kx); break;
+    case 3: run_at_vector_level<AcrossInteriorFixed<C, 3>>(srow, mrow, f0, f1, kx); break;
+    case 7: run_at_vector_level<AcrossInteriorFixed<C, 7>>(srow, mrow, f0, f1, kx); break;
+    default: run_at_vector_level<AcrossInterior<C>>(srow, mrow, f0, f1, kx, ax.n); break;
+    }
     for (int64_t x = ax.inner_hi + 1; x <= ax.hi; ++x)
         across_pixel_plain<C>(srow, mrow, ax, x, kx);
 }
@@ -140,7 +190,13 @@ void down_row(const RowRing & ring, float * out, const FilterAxis & ax, const Fi
             out[f] = symmetric_sum(ky, ay.n, [&](int64_t d) { return ring.row(ay.source(y, y + d))[f]; });
         return;
     }
-    run_at_vector_level<DownInterior>(&ring, out, y, f0, f1, ky, ay.n);
+    switch (ay.n) {
+    case 1: run_at_vector_level<DownInteriorFixed<1>>(&ring, out, y, f0, f1, ky); break;
+    case 2: run_at_vector_level<DownInteriorFixed<2>>(&ring, out, y, f0, f1, ky); break;
+    case 3: run_at_vector_level<DownInteriorFixed<3>>(&ring, out, y, f0, f1, ky); break;
+    case 7: run_at_vector_level<DownInteriorFixed<7>>(&ring, out, y, f0, f1, ky); break;
+    default: run_at_vector_level<DownInterior>(&ring, out, y, f0, f1, ky, ay.n); break;
+    }
 }
 
 // The interior samples f0..f1 of a full kernel of radius N (3 x 3 for N = 1) known when
