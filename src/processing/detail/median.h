@@ -404,6 +404,27 @@ private:
             *first = pass->interior_row_body(*b, r, fresh, scratch, out_row);
         }
     };
+    // The window sums of a radius known when compiling, each kept in a register: the 2n + 1
+    // column sums, then less the centre (full window) or plus the n samples to its right
+    // (half window). Integer sums: any order gives the same value.
+    template <int N>
+    static KEVRA_KERNEL_INLINE void window_sums_fixed(const uint32_t *colsum, const sample *in, int32_t *total,
+                                                      int64_t m)
+    {
+        for (int64_t j = 0; j < m; ++j) {
+            int32_t s = static_cast<int32_t>(colsum[j]);
+            for (int k = 1; k <= 2 * N; ++k)
+                s += static_cast<int32_t>(colsum[j + k * channels]);
+            if (Interior::half_window) {
+                for (int dx = 1; dx <= N; ++dx)
+                    s += in[j + dx * channels];
+            } else {
+                s -= in[j]; // the centre is no neighbour
+            }
+            total[j] = s;
+        }
+    }
+
     KEVRA_KERNEL_INLINE int64_t interior_row_body(const MedianBounds &b, int32_t r, bool fresh, uint32_t *scratch,
                                                   sample *out_row) const
     {
@@ -431,23 +452,29 @@ private:
                 colsum[k] = colsum[k] + enters[k] - leaves[k];
         }
         // Window sums (below 2^24, so exact in an int and in a float).
-        for (int64_t j = 0; j < m; ++j)
-            total[j] = static_cast<int32_t>(colsum[j]);
-        for (int32_t k = 1; k <= 2 * n; ++k) {
-            const uint32_t *col = colsum + int64_t(k) * channels;
-            for (int64_t j = 0; j < m; ++j)
-                total[j] += static_cast<int32_t>(col[j]);
-        }
         const sample *in = src_.pixel(b.xs, r);
-        if (half) {
-            for (int32_t dx = 1; dx <= n; ++dx) {
-                const sample *right = in + int64_t(dx) * channels;
-                for (int64_t j = 0; j < m; ++j)
-                    total[j] += right[j];
-            }
+        if (n == 1) {
+            window_sums_fixed<1>(colsum, in, total, m);
+        } else if (n == 2) {
+            window_sums_fixed<2>(colsum, in, total, m);
         } else {
             for (int64_t j = 0; j < m; ++j)
-                total[j] -= in[j]; // the centre is no neighbour
+                total[j] = static_cast<int32_t>(colsum[j]);
+            for (int32_t k = 1; k <= 2 * n; ++k) {
+                const uint32_t *col = colsum + int64_t(k) * channels;
+                for (int64_t j = 0; j < m; ++j)
+                    total[j] += static_cast<int32_t>(col[j]);
+            }
+            if (half) {
+                for (int32_t dx = 1; dx <= n; ++dx) {
+                    const sample *right = in + int64_t(dx) * channels;
+                    for (int64_t j = 0; j < m; ++j)
+                        total[j] += right[j];
+                }
+            } else {
+                for (int64_t j = 0; j < m; ++j)
+                    total[j] -= in[j]; // the centre is no neighbour
+            }
         }
         sample *out = out_row + int64_t(b.xs) * channels;
         if (!thresholds_.empty()) {
