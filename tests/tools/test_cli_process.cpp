@@ -82,8 +82,7 @@ TEST_F(CliProcess, VerboseAndTrace)
     for (const char * label : {"\n  --rotate 90 ", "\n  --median 0.2,3 ", "\n  look-up table ", "\n  total "})
         EXPECT_NE(r.out.find(label), std::string::npos) << label << " in\n" << r.out;
 
-    const std::vector<uint8_t> t = read_file(trace);
-    const std::string text(t.begin(), t.end());
+    const std::string text = read_text(trace);
     EXPECT_EQ(text.find("### kevra process : " + in + " -> " + out + "\n"), 0u);
     EXPECT_NE(text.find("### Fin de FiltrerBuffer"), std::string::npos);
 }
@@ -114,13 +113,11 @@ TEST_F(CliProcess, SeveralFilesInParallelCarryOnAfterAFailure)
 
     // Away from a terminal a clean batch ends with one line (none with -q);
     // -v counts the files.
-    r = run_cli({"process", "--out-dir", dir.file("out2"), "-j", "1", "-v", inputs[0], inputs[1], "--negative"}, dir);
-    EXPECT_EQ(r.code, 0);
+    r = run_ok({"process", "--out-dir", dir.file("out2"), "-j", "1", "-v", inputs[0], inputs[1], "--negative"}, dir);
     EXPECT_EQ(r.err, "kevra: 2 of 2 files written\n");
     EXPECT_EQ(r.out.rfind("[1/2] " + dir.file("out2/in0.bmp") + ": 21 x 17 pixels, ", 0), 0u) << r.out;
     EXPECT_NE(r.out.find("\n[2/2] " + dir.file("out2/in1.bmp") + ": 22 x 17 pixels, "), std::string::npos) << r.out;
-    r = run_cli({"process", "--out-dir", dir.file("out2"), "-q", inputs[0], "--negative"}, dir);
-    EXPECT_EQ(r.code, 0);
+    r = run_ok({"process", "--out-dir", dir.file("out2"), "-q", inputs[0], "--negative"}, dir);
     EXPECT_EQ(r.err, "");
 
     const std::vector<uint8_t> before = read_file(inputs[0]);
