@@ -58,8 +58,7 @@ TEST(DibCore, EmptyImageWorkingZoneAndPointInSelection)
     EXPECT_EQ(e.Width() + e.Height() + e.BitCount() + e.Pitch() + e.GetXPelsPerMeter(), 0u);
     EXPECT_TRUE(e.GetBits() == nullptr && e.GetInfo() == nullptr && e.GetLastError() == nullptr);
     EXPECT_EQ(e.BoundingRectangle(), CRect(0, 0, 0, 0));
-    EXPECT_FALSE(e.IsOK());
-    EXPECT_FALSE(e.IsGrayScale());
+    EXPECT_FALSE(e.IsOK() || e.IsGrayScale());
     CPoint p(0, 0);
     EXPECT_FALSE(e.PointInSelection(p));
     EXPECT_FALSE(e.Copy(src, true, true, true));
@@ -123,8 +122,7 @@ TEST(DibCore, CopyAndCopyingConstructorsDuplicate)
     EXPECT_NE(dst.GetBits(), src.GetBits());
     EXPECT_EQ(0, std::memcmp(dst.GetBits() - 1024, src.GetBits() - 1024, 1024 + 36));
     EXPECT_EQ(dst.BoundingRectangle(), CRect(1, 1, 3, 2));
-    EXPECT_EQ(dst.GetXPelsPerMeter(), 1000u);
-    EXPECT_EQ(dst.GetYPelsPerMeter(), 2000u);
+    EXPECT_EQ(std::make_pair(dst.GetXPelsPerMeter(), dst.GetYPelsPerMeter()), std::make_pair(1000ul, 2000ul));
     // The resolution setters change the header only, not the store's 72 dpi.
     EXPECT_EQ(dst.store()->x_dpi(), 72);
     const uint8_t * view = dst.store()->grey_view();
