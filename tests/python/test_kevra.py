@@ -5,6 +5,7 @@ import os
 import subprocess
 import sys
 import threading
+from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
 import pytest
@@ -354,16 +355,8 @@ def test_threads_run_images_in_parallel_with_the_same_results():
     images = [sample(16, w=801, h=601, seed=s) for s in range(3)]
     chain = kevra.Chain().median(0.05, 6).unsharp(5, 1.5).gamma(0.9)
     serial = [chain.run(a) for a in images]
-    results = [None] * len(images)
-
-    def work(k):
-        results[k] = chain.run(images[k])
-
-    threads = [threading.Thread(target=work, args=(k,)) for k in range(len(images))]
-    for t in threads:
-        t.start()
-    for t in threads:
-        t.join()
+    with ThreadPoolExecutor(len(images)) as pool:  # one thread per image
+        results = list(pool.map(chain.run, images))
     assert all(np.array_equal(r, s) for r, s in zip(results, serial))
 
     # The interpreter lock is let go while an image is processed. With a switch interval far
