@@ -337,14 +337,12 @@ def test_refusals(call, error, message):
     assert message in str(e.value)
 
 
-def test_a_refused_chain_step_leaves_the_chain_as_it_was():
+def test_a_refused_chain_step_leaves_the_chain_as_it_was_and_skipped_steps_warn():
     c = kevra.Chain().negative()
     with pytest.raises(ValueError):
         c.gamma(-1)
     assert c.steps == ["--negative"]
-
-
-def test_skipped_steps_warn_on_grey_images():
+    # A step that does nothing at the image's depth is named in a warning.
     with pytest.warns(UserWarning, match="--red 10 has no effect on a 8-bit image"):
         kevra.Chain().red(10).negative().run(sample(8))
 

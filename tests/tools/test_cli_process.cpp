@@ -101,14 +101,13 @@ TEST_F(CliProcess, SeveralFilesInParallelCarryOnAfterAFailure)
     std::vector<std::string> args = {"process", "--out-dir", dir.file("out"), "--jobs", "3"};
     args.insert(args.end(), inputs.begin(), inputs.end());
     args.insert(args.end(), {bad, "--median", "0.2,3", "--negative"});
+    const std::vector<Step> steps = {{S::e_FiltreMedian, median(0.2, 3)}, {S::e_Negatif, params()}};
     CliRun r = run_cli(args, dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err, "kevra: " + bad + ": not a BMP file (header cut short)\nkevra: 5 of 6 files written, 1 failed\n");
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(read_file(dir.file("out/in" + std::to_string(i) + ".bmp")),
-                  library_result(inputs[i], {{S::e_FiltreMedian, median(0.2, 3)}, {S::e_Negatif, params()}},
-                                 nullptr, dir))
-            << i;
+                  library_result(inputs[i], steps, nullptr, dir)) << i;
     EXPECT_EQ(listing(dir.file("out")).size(), 5u);
 
     // Away from a terminal a clean batch ends with one line (none with -q);
