@@ -50,7 +50,8 @@ TEST(FloatStore, SignedValuesCountsAndRounding)
     for (const auto &[in, want] : signed_values)
         EXPECT_EQ(truncate_i32(in), want) << in;
     EXPECT_EQ(truncate_i32(2147483647.5), INT32_MAX);
-    const std::pair<float, int> counts[] = {{0.9f, 0}, {-5.0f, 0}, {kNaN, 0}, {65537.9f, 1}, {5e9f, 0xFFFF}};
+    const std::pair<float, int> counts[] = {
+        {0.9f, 0}, {-5.0f, 0}, {kNaN, 0}, {65537.9f, 1}, {5e9f, 0xFFFF}};
     for (const auto &[in, want] : counts)
         EXPECT_EQ(count_u16(in), want) << in;
     EXPECT_EQ(round_half_up_i32(72 * 39.37007874015748), 2835);

@@ -278,7 +278,7 @@ TEST(BmpCodec, PackedEightBitWithoutColourCountIsCompletedInPlace)
     EXPECT_EQ(packed[36] | packed[37] << 8, 256); // biClrImportant
     EXPECT_EQ(std::vector<uint8_t>(d.GetBits(), d.GetBits() + 2), (std::vector<uint8_t>{5, 6}));
     EXPECT_TRUE(d.IsGrayScale());
-    EXPECT_EQ(std::make_pair(d.GetXPelsPerMeter(), d.GetYPelsPerMeter()), std::make_pair(3937ul, 3937ul));
+    EXPECT_TRUE(d.GetXPelsPerMeter() == 3937u && d.GetYPelsPerMeter() == 3937u);
 
     CDibRoot empty, fromNull(static_cast<void *>(nullptr));
     EXPECT_EQ(empty.CopyToHandle(), nullptr);

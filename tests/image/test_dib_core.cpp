@@ -122,7 +122,7 @@ TEST(DibCore, CopyAndCopyingConstructorsDuplicate)
     EXPECT_NE(dst.GetBits(), src.GetBits());
     EXPECT_EQ(0, std::memcmp(dst.GetBits() - 1024, src.GetBits() - 1024, 1024 + 36));
     EXPECT_EQ(dst.BoundingRectangle(), CRect(1, 1, 3, 2));
-    EXPECT_EQ(std::make_pair(dst.GetXPelsPerMeter(), dst.GetYPelsPerMeter()), std::make_pair(1000ul, 2000ul));
+    EXPECT_TRUE(dst.GetXPelsPerMeter() == 1000u && dst.GetYPelsPerMeter() == 2000u);
     // The resolution setters change the header only, not the store's 72 dpi.
     EXPECT_EQ(dst.store()->x_dpi(), 72);
     const uint8_t * view = dst.store()->grey_view();

@@ -162,7 +162,8 @@ TEST_F(SequencerChains, ColourChainMatchesTheOperationsOneByOne)
     kevra::CLUT_24_Bpp false_colour(kevra::e_Palette21), tone_table, level_table;
     tone_table.SetLuminositeConstrateGamma(0.05f, 1.1f, 0.9f);
     level_table.ReglageRougeVertBleu(10, -20, 5);
-    ASSERT_TRUE(false_colour.Filtre(&expected) && tone_table.Filtre(&expected) && level_table.Filtre(&expected));
+    ASSERT_TRUE(false_colour.Filtre(&expected) && tone_table.Filtre(&expected) &&
+                level_table.Filtre(&expected));
     expect_same_pixels(result, expected);
 }
 

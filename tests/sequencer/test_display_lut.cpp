@@ -85,8 +85,9 @@ TEST_F(DisplayLut, SettingsApplyInTheirFixedOrder)
 TEST_F(DisplayLut, ErrorsAreTracedAndDoNotStopTheComposition)
 {
     EXPECT_FALSE(S::ComputeDisplayPalette(nullptr, 0.0f, 1.0f, 1.0f, kevra::e_Palette21, 0, 0, 0, false, nullptr));
-    EXPECT_EQ(trace.lines(), std::vector<std::string>{"ERROR : ComputeDisplayPalette, le parammètre "
-                                                      "pLUT_Affichage doit être non null !"});
+    const std::vector<std::string> null_table = {
+        "ERROR : ComputeDisplayPalette, le parammètre pLUT_Affichage doit être non null !"};
+    EXPECT_EQ(trace.lines(), null_table);
 
     trace.clear();
     CLUT_24_Bpp table;

@@ -47,7 +47,8 @@ TEST_F(CliCommands, InfoGivesSizeDepthPaletteResolutionZoneAndStatistics)
 
     // Memory row 0 is the bottom row: the zone's top row holds 30, 40, 250.
     r = run_ok({"info", in, "--zone", "0,0,2,0"}, dir);
-    const std::string zone = "zone:        0,0,2,0 (3 x 1 pixels)\ngrey:        min 30, max 250, mean 106.67,";
+    const std::string zone = "zone:        0,0,2,0 (3 x 1 pixels)\n"
+                             "grey:        min 30, max 250, mean 106.67,";
     EXPECT_NE(r.out.find(zone), std::string::npos) << r.out;
 
     const std::string inverted = dir.file("inverted.bmp");

@@ -112,7 +112,8 @@ TEST_F(CliProcess, SeveralFilesInParallelCarryOnAfterAFailure)
 
     // Away from a terminal a clean batch ends with one line (none with -q);
     // -v counts the files.
-    r = run_ok({"process", "--out-dir", dir.file("out2"), "-j", "1", "-v", inputs[0], inputs[1], "--negative"}, dir);
+    r = run_ok({"process", "--out-dir", dir.file("out2"), "-j", "1", "-v", inputs[0], inputs[1], "--negative"},
+               dir);
     EXPECT_EQ(r.err, "kevra: 2 of 2 files written\n");
     EXPECT_EQ(r.out.rfind("[1/2] " + dir.file("out2/in0.bmp") + ": 21 x 17 pixels, ", 0), 0u) << r.out;
     EXPECT_NE(r.out.find("\n[2/2] " + dir.file("out2/in1.bmp") + ": 22 x 17 pixels, "), std::string::npos) << r.out;
