@@ -118,6 +118,5 @@ TEST(ImageResample, FailuresStillReplaceTheStore)
     EXPECT_EQ(bilevel.BitCount(), 1);
     EXPECT_FALSE(empty.Resample(10u, 10u, 1u));
     EXPECT_EQ(empty.Width(), 0);
-    EXPECT_FALSE(image.Resample(-1L, 5L, 1));
-    EXPECT_FALSE(image.IsOK());
+    EXPECT_FALSE(image.Resample(-1L, 5L, 1) || image.IsOK());
 }

@@ -69,8 +69,7 @@ def test_fixtures_read_top_row_first_in_the_chosen_channel_order():
 def test_round_trips(tmp_path, bits, shape):
     a = sample(bits, w=shape[1], h=shape[0])
     ch = "rgb" if bits == 24 else None
-    views = [a, a[::-1, ::2], np.asfortranarray(a)]  # strided and Fortran-ordered views are read as they are
-    for v in views:
+    for v in (a, a[::-1, ::2], np.asfortranarray(a)):  # strided and Fortran-ordered views as they are
         assert np.array_equal(kevra.Dib(v, channels=ch).to_array(channels=ch), v)
     if bits == 24:
         assert np.array_equal(kevra.Dib(a, channels="rgb").to_array(channels="bgr"), a[:, :, ::-1])
