@@ -44,18 +44,16 @@ TEST(FloatStore, SamplesTruncateAndKeepTheLowBits)
 // bits before keeping 16; rounding is half up.
 TEST(FloatStore, SignedValuesCountsAndRounding)
 {
-    EXPECT_EQ(truncate_i32(-2.9f), -2);
-    EXPECT_EQ(truncate_i32(2147483520.0f), 2147483520);
+    const std::pair<float, int32_t> signed_values[] = {
+        {-2.9f, -2}, {2147483520.0f, 2147483520}, {2147483648.0f, INT32_MAX},
+        {-2147483648.0f, INT32_MIN}, {-kInf, INT32_MIN}, {kNaN, 0}};
+    for (const auto &[in, want] : signed_values)
+        EXPECT_EQ(truncate_i32(in), want) << in;
     EXPECT_EQ(truncate_i32(2147483647.5), INT32_MAX);
-    EXPECT_EQ(truncate_i32(2147483648.0f), INT32_MAX);
-    EXPECT_EQ(truncate_i32(-2147483648.0f), INT32_MIN);
-    EXPECT_EQ(truncate_i32(-kInf), INT32_MIN);
-    EXPECT_EQ(truncate_i32(kNaN), 0);
-    EXPECT_EQ(count_u16(0.9f), 0);
-    EXPECT_EQ(count_u16(-5.0f), 0);
-    EXPECT_EQ(count_u16(kNaN), 0);
-    EXPECT_EQ(count_u16(65537.9f), 1);
-    EXPECT_EQ(count_u16(5e9f), 0xFFFF);
+    const std::pair<float, int> counts[] = {
+        {0.9f, 0}, {-5.0f, 0}, {kNaN, 0}, {65537.9f, 1}, {5e9f, 0xFFFF}};
+    for (const auto &[in, want] : counts)
+        EXPECT_EQ(count_u16(in), want) << in;
     EXPECT_EQ(round_half_up_i32(72 * 39.37007874015748), 2835);
     EXPECT_EQ(round_half_up_i32(-0.5), 0);
     EXPECT_EQ(round_half_up_i32(-0.51), -1);

@@ -7,6 +7,7 @@
 
 #include "kevra/filtre.h"
 #include "kevra/platform.h"
+#include "support/kevra_test.h"
 
 namespace kevra {
 namespace {
@@ -110,9 +111,8 @@ TEST(FiltreCatalogue, InvalidFiltersAndTheDebugText)
     EXPECT_EQ(table[0], 5.0f);
 
     // A failed allocation leaves its table null: the filter is invalid.
-    auto old = platform::set_allocation_hook([](std::size_t bytes) { return bytes == 3 * sizeof(float); });
+    kevra_test::FailAllocations fail([](std::size_t bytes) { return bytes == 3 * sizeof(float); });
     CFiltre starved(CFiltre::Filtre_Moyenne, 5, 0.0f);
-    platform::set_allocation_hook(old);
     EXPECT_FALSE(starved.IsOK());
     EXPECT_TRUE(starved.Donne_TabFiltreX() == nullptr && starved.Donne_TabFiltreY() == nullptr);
 }

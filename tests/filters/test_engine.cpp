@@ -7,6 +7,7 @@
 #include "kevra/platform.h"
 
 #include "filters/plane.h"
+#include "support/kevra_test.h"
 
 namespace kevra {
 namespace {
@@ -127,9 +128,8 @@ TEST(FiltreEngine, FailuresLeaveTheBufferUnchanged)
     EXPECT_FALSE(invalid.FiltrerBuffer(6, 6, p.data(), rect, 8) || f.FiltrerBuffer(6, 6, nullptr, rect, 8) || f.FiltrerBuffer(0, 6, p.data(), rect, 8));
     for (int fail : {1, 2}) { // the result buffer, or the separable intermediate, is not obtained
         int calls = 0;
-        auto old = platform::set_allocation_hook([&](std::size_t) { return ++calls == fail; });
+        kevra_test::FailAllocations failing([&](std::size_t) { return ++calls == fail; });
         EXPECT_FALSE(f.FiltrerBuffer(6, 6, p.data(), rect, 8)) << fail;
-        platform::set_allocation_hook(old);
     }
     EXPECT_TRUE(p.same_bytes(before));
 }

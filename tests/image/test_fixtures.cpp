@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -15,10 +16,7 @@ using namespace kevra;
 
 namespace {
 
-struct Rgb {
-    uint8_t r, g, b;
-    bool operator==(const Rgb & o) const { return r == o.r && g == o.g && b == o.b; }
-};
+using Rgb = std::array<uint8_t, 3>; // red, green, blue
 
 // Colour of picture pixel (x, y), y from the top, of a 1-, 4-, 8- or 24-bit image.
 Rgb colour_at(CDibRoot & d, int x, int y)

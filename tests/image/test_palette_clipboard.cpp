@@ -144,8 +144,7 @@ TEST(Clipboard, CopyThenPasteGivesBackTheImage)
         ASSERT_TRUE(image.CopyToClipboard());
         EXPECT_TRUE(CDibRoot::PasteAvailable());
         pasted.SetZoneTravail(CRect(1, 1, 1, 1));
-        ASSERT_TRUE(pasted.PasteFromClipboard());
-        ASSERT_TRUE(pasted.IsOK());
+        ASSERT_TRUE(pasted.PasteFromClipboard() && pasted.IsOK());
         EXPECT_EQ(whole_block(pasted), whole_block(image));
         EXPECT_EQ(pasted.BoundingRectangle(), CRect(0, 0, 6, 4));
         ASSERT_TRUE(again.PasteFromClipboard());

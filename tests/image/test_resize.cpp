@@ -52,10 +52,9 @@ TEST(RectInterieur, PlacementFlagsAndRefusals)
         {wide, 1, 1, 1 + 32, {0, 0, 50, 50}},    {wide, 1, 1, 2, {50, 0, 100, 50}},
         {wide, 1, 1, 0, {25, 0, 75, 50}},        {wide, 1, 1, 1 + 2, {0, 0, 50, 50}},
         {tall, 3, 2, 16, {10, 10, 40, 30}},      {tall, 3, 2, 32, {10, 90, 40, 110}},
-        {tall, 3, 2, 16 + 32, {10, 10, 40, 30}},
+        {tall, 3, 2, 16 + 32, {10, 10, 40, 30}}, {wide, 0, 3, 0, kept},
+        {wide, 3, -1, 0, kept},                  {flat, 1, 1, 0, kept},
         {tall, 9, 7, 0, {10, 48, 40, 71}}, // h' = 30 * 7 / 9 = 23, top = 10 + (100 - 23) / 2
-        {wide, 0, 3, 0, kept},                   {wide, 3, -1, 0, kept},
-        {flat, 1, 1, 0, kept},
     };
     for (const auto & c : cases) {
         SCOPED_TRACE(testing::Message() << c.a << ":" << c.b << " flags " << c.flags);
@@ -119,6 +118,5 @@ TEST(ImageResample, FailuresStillReplaceTheStore)
     EXPECT_EQ(bilevel.BitCount(), 1);
     EXPECT_FALSE(empty.Resample(10u, 10u, 1u));
     EXPECT_EQ(empty.Width(), 0);
-    EXPECT_FALSE(image.Resample(-1L, 5L, 1));
-    EXPECT_FALSE(image.IsOK());
+    EXPECT_FALSE(image.Resample(-1L, 5L, 1) || image.IsOK());
 }

@@ -62,12 +62,11 @@ TEST(LutIni, ReadingKeysAndValues)
     std::ofstream(dir.file("table.ini")) << text;
     CLUT_24_Bpp lut;
     EXPECT_FALSE(lut.Lecture_INI(dir.wfile("table.ini").c_str(), nullptr));
-    const struct { int i, r, g, b; } want[] = {{0, 44, 255, 12}, {1, 5, 0, 0}, {10, 10, 10, 10}, {11, 11, 11, 11}, {12, 243, 12, 7}, {13, 1, 2, 3}};
-    for (const auto &w : want) {
-        EXPECT_EQ(lut.Donne_Rouge()[w.i], w.r) << w.i;
-        EXPECT_EQ(lut.Donne_Vert()[w.i], w.g) << w.i;
-        EXPECT_EQ(lut.Donne_Bleu()[w.i], w.b) << w.i;
-    }
+    const std::vector<uint32_t> got = lut_entries(lut); // 0xRRGGBB
+    const struct { int i; uint32_t rgb; } want[] = {{0, 0x2CFF0C}, {1, 0x050000}, {10, 0x0A0A0A},
+                                                   {11, 0x0B0B0B}, {12, 0xF30C07}, {13, 0x010203}};
+    for (const auto &w : want)
+        EXPECT_EQ(got[w.i], w.rgb) << w.i;
 }
 
 TEST(LutIni, FailuresChangeNothing)

@@ -86,20 +86,21 @@ private:
     std::vector<uint8_t> m_store;
 };
 
-// Runs f on a fresh processor of the given depth.
+// Runs f on a fresh processor of class T.
+template <class T, class F>
+bool on_fresh(F &&f)
+{
+    T t;
+    return f(t);
+}
+
+// Runs f on a fresh processor of the given depth (only that one is made).
 template <class F>
 bool on_depth(int bpp, F &&f)
 {
-    if (bpp == 8) {
-        kevra::CTraitementImg_8_Bpp t;
-        return f(t);
-    }
-    if (bpp == 16) {
-        kevra::CTraitementImg_16_Bpp t;
-        return f(t);
-    }
-    kevra::CTraitementImg_24_Bpp t;
-    return f(t);
+    return bpp == 8 ? on_fresh<kevra::CTraitementImg_8_Bpp>(f)
+         : bpp == 16 ? on_fresh<kevra::CTraitementImg_16_Bpp>(f)
+                     : on_fresh<kevra::CTraitementImg_24_Bpp>(f);
 }
 
 // Every sample of `after` against `before`: inside the inclusive picture rectangle it must be

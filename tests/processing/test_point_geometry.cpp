@@ -1,6 +1,8 @@
 // Per-depth classes: construction, negative, fill, mirrors, quarter turns, addition entry point.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "kevra/lut.h"
 #include "processing/detail/point_geometry.h"
 #include "processing_test.h"
@@ -42,8 +44,7 @@ TEST(PerDepthClasses, WorkerSlotsAndMissingTable)
         Open<CTraitementImg_16_Bpp> p;
         platform::set_processor_count_handler(prev);
         ASSERT_EQ(p.m_NbThreads, static_cast<int>(c[1])) << c[0];
-        for (int i = 0; i < p.m_NbThreads; ++i)
-            EXPECT_EQ(p.m_phThreads[i], nullptr);
+        EXPECT_EQ(std::count(p.m_phThreads, p.m_phThreads + p.m_NbThreads, nullptr), p.m_NbThreads);
     }
     for (int bpp : {8, 16, 24}) {
         Buf buf(3, 3, bpp);

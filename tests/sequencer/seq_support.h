@@ -38,8 +38,6 @@ public:
         kevra::platform::set_sequencer_trace_path(m_previous);
         kevra::detail::reset_trace_state_for_tests();
     }
-    TraceFile(const TraceFile &) = delete;
-    TraceFile &operator=(const TraceFile &) = delete;
 
     const std::string &path() const { return m_path; }
     std::string text() const { return read_text(m_path); }

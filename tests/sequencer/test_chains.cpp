@@ -80,8 +80,7 @@ TEST_F(SequencerChains, EightBitChainMatchesTheOperationsOneByOne)
 
     CDibRoot expected(&source.image, true, true, true);
     kevra::CTraitementImg_8_Bpp op;
-    ASSERT_TRUE(op.Mirroir_Vertical(&expected));
-    ASSERT_TRUE(op.Mirroir_Horizontal(&expected));
+    ASSERT_TRUE(op.Mirroir_Vertical(&expected) && op.Mirroir_Horizontal(&expected));
     ASSERT_TRUE(op.QuickRotate(kevra::CTraitementImgBase::e_Angle270, &expected));
     expected.SetZoneTravail(CRect(0, 0, 16, 22));
     ASSERT_TRUE(op.FiltreMedian(&expected, 0.3, 3));
@@ -128,12 +127,10 @@ TEST_F(SequencerChains, SixteenBitChainMatchesTheOperationsOneByOne)
     ASSERT_TRUE(CFiltre(CFiltre::Filtre_GradientDiagonal, 3, 0.0f).FiltrerAvecOffsetFacteur(&expected, 32768.5f, 1.0f));
     kevra::CPoint centre(9, 5);
     ASSERT_TRUE(op.UnsharpMasking(&expected, centre, 4, 1.5f, 0.75f, 0.25f, 100.0f, 50.0f));
-    ASSERT_TRUE(op.Negatif(&expected));
-    ASSERT_TRUE(op.EgalisationHistogramme(0.01f, 0.99f, &expected));
-    ASSERT_TRUE(custom.Filtre(&expected));
+    ASSERT_TRUE(op.Negatif(&expected) && op.EgalisationHistogramme(0.01f, 0.99f, &expected));
     kevra::CLUT_16_Bpp tone_table;
     tone_table.SetLuminositeConstrateGamma(0.0f, 1.5f, 1.1f);
-    ASSERT_TRUE(tone_table.Filtre(&expected));
+    ASSERT_TRUE(custom.Filtre(&expected) && tone_table.Filtre(&expected));
     expect_same_pixels(result, expected);
 }
 
@@ -159,17 +156,14 @@ TEST_F(SequencerChains, ColourChainMatchesTheOperationsOneByOne)
     expected.SetZoneTravail(CRect(0, 0, 20, 13));
     ASSERT_TRUE(op.FiltreMedian(&expected, 0.2, 5));
     ASSERT_TRUE(CFiltre(CFiltre::Filtre_GradientX, 3, 0.0f).Filtrer(&expected));
-    ASSERT_TRUE(op.Negatif(&expected));
-    ASSERT_TRUE(op.ReglageSaturation(130, &expected));
-    ASSERT_TRUE(op.ReglageTeinte(15, &expected));
-    ASSERT_TRUE(op.BlanchimentDents(5, &expected));
+    ASSERT_TRUE(op.Negatif(&expected) && op.ReglageSaturation(130, &expected));
+    ASSERT_TRUE(op.ReglageTeinte(15, &expected) && op.BlanchimentDents(5, &expected));
     ASSERT_TRUE(op.EgalisationHistogramme(0.02f, 0.98f, &expected));
     kevra::CLUT_24_Bpp false_colour(kevra::e_Palette21), tone_table, level_table;
     tone_table.SetLuminositeConstrateGamma(0.05f, 1.1f, 0.9f);
     level_table.ReglageRougeVertBleu(10, -20, 5);
-    ASSERT_TRUE(false_colour.Filtre(&expected));
-    ASSERT_TRUE(tone_table.Filtre(&expected));
-    ASSERT_TRUE(level_table.Filtre(&expected));
+    ASSERT_TRUE(false_colour.Filtre(&expected) && tone_table.Filtre(&expected) &&
+                level_table.Filtre(&expected));
     expect_same_pixels(result, expected);
 }
 

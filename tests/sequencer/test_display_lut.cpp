@@ -64,8 +64,7 @@ TEST_F(DisplayLut, StepsComposeInListOrderWithRepetitions)
     CLUT_24_Bpp table;
     ASSERT_TRUE(seq.Donne_LUT_Affichage(&table));
     EXPECT_EQ(lut_entries(table), chain({levels_lut(20, -30, 0), CLUT_24_Bpp(kevra::e_Palette21),
-                                     tone_lut(0.1f, 0.8f, 1.3f),
-                                     tone_lut(0.0f, 1.5f, 1.0f)}));
+                                         tone_lut(0.1f, 0.8f, 1.3f), tone_lut(0.0f, 1.5f, 1.0f)}));
     EXPECT_EQ(trace.text(), "");
 }
 
@@ -86,9 +85,9 @@ TEST_F(DisplayLut, SettingsApplyInTheirFixedOrder)
 TEST_F(DisplayLut, ErrorsAreTracedAndDoNotStopTheComposition)
 {
     EXPECT_FALSE(S::ComputeDisplayPalette(nullptr, 0.0f, 1.0f, 1.0f, kevra::e_Palette21, 0, 0, 0, false, nullptr));
-    EXPECT_EQ(trace.lines(),
-              std::vector<std::string>{
-                  "ERROR : ComputeDisplayPalette, le parammètre pLUT_Affichage doit être non null !"});
+    const std::vector<std::string> null_table = {
+        "ERROR : ComputeDisplayPalette, le parammètre pLUT_Affichage doit être non null !"};
+    EXPECT_EQ(trace.lines(), null_table);
 
     trace.clear();
     CLUT_24_Bpp table;

@@ -49,10 +49,7 @@ inline CliRun run_cli(const std::vector<std::string> & args, const TempDir & dir
     for (const std::string & a : args)
         command += " '" + a + "'";
     const int status = std::system((command + " >'" + out + "' 2>'" + err + "'").c_str());
-    CliRun r;
-    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.out = read_text(out);
-    r.err = read_text(err);
+    CliRun r{WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_text(out), read_text(err)};
     std::remove(out.c_str());
     std::remove(err.c_str());
     return r;

@@ -82,8 +82,7 @@ TEST_F(CliProcess, VerboseAndTrace)
     for (const char * label : {"\n  --rotate 90 ", "\n  --median 0.2,3 ", "\n  look-up table ", "\n  total "})
         EXPECT_NE(r.out.find(label), std::string::npos) << label << " in\n" << r.out;
 
-    const std::vector<uint8_t> t = read_file(trace);
-    const std::string text(t.begin(), t.end());
+    const std::string text = read_text(trace);
     EXPECT_EQ(text.find("### kevra process : " + in + " -> " + out + "\n"), 0u);
     EXPECT_NE(text.find("### Fin de FiltrerBuffer"), std::string::npos);
 }
@@ -102,25 +101,23 @@ TEST_F(CliProcess, SeveralFilesInParallelCarryOnAfterAFailure)
     std::vector<std::string> args = {"process", "--out-dir", dir.file("out"), "--jobs", "3"};
     args.insert(args.end(), inputs.begin(), inputs.end());
     args.insert(args.end(), {bad, "--median", "0.2,3", "--negative"});
+    const std::vector<Step> steps = {{S::e_FiltreMedian, median(0.2, 3)}, {S::e_Negatif, params()}};
     CliRun r = run_cli(args, dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err, "kevra: " + bad + ": not a BMP file (header cut short)\nkevra: 5 of 6 files written, 1 failed\n");
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(read_file(dir.file("out/in" + std::to_string(i) + ".bmp")),
-                  library_result(inputs[i], {{S::e_FiltreMedian, median(0.2, 3)}, {S::e_Negatif, params()}},
-                                 nullptr, dir))
-            << i;
+                  library_result(inputs[i], steps, nullptr, dir)) << i;
     EXPECT_EQ(listing(dir.file("out")).size(), 5u);
 
     // Away from a terminal a clean batch ends with one line (none with -q);
     // -v counts the files.
-    r = run_cli({"process", "--out-dir", dir.file("out2"), "-j", "1", "-v", inputs[0], inputs[1], "--negative"}, dir);
-    EXPECT_EQ(r.code, 0);
+    r = run_ok({"process", "--out-dir", dir.file("out2"), "-j", "1", "-v", inputs[0], inputs[1], "--negative"},
+               dir);
     EXPECT_EQ(r.err, "kevra: 2 of 2 files written\n");
     EXPECT_EQ(r.out.rfind("[1/2] " + dir.file("out2/in0.bmp") + ": 21 x 17 pixels, ", 0), 0u) << r.out;
     EXPECT_NE(r.out.find("\n[2/2] " + dir.file("out2/in1.bmp") + ": 22 x 17 pixels, "), std::string::npos) << r.out;
-    r = run_cli({"process", "--out-dir", dir.file("out2"), "-q", inputs[0], "--negative"}, dir);
-    EXPECT_EQ(r.code, 0);
+    r = run_ok({"process", "--out-dir", dir.file("out2"), "-q", inputs[0], "--negative"}, dir);
     EXPECT_EQ(r.err, "");
 
     const std::vector<uint8_t> before = read_file(inputs[0]);
