@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "core/clamp.h"
+#include "core/fast_path.h"
 #include "kevra/types.h"
 
 namespace kevra {
@@ -100,6 +101,23 @@ inline Span clip_rect(int64_t width, int64_t height, const CRect & rc)
     if (s.r0 > height)
         s.r0 = static_cast<int32_t>(height);
     return s;
+}
+
+// Samples to floats, `count` of them: exact for every sample type of the library, across the
+// run in vector registers (the copy of the current vector level).
+template <class Sample>
+struct SamplesToFloats {
+    static KEVRA_KERNEL_INLINE void run(const Sample *s, float *into, int64_t count)
+    {
+        for (int64_t i = 0; i < count; ++i)
+            into[i] = static_cast<float>(s[i]);
+    }
+};
+
+template <class Sample>
+inline void samples_to_floats(const Sample *s, float *into, int64_t count)
+{
+    run_at_vector_level<SamplesToFloats<Sample>>(s, into, count);
 }
 
 } // namespace detail

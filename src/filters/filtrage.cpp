@@ -145,10 +145,7 @@ struct ImageRowSource {
     detail::View<Px> v;
     const float * row(int64_t r, float * into) const
     {
-        const typename Px::sample * s = v.row(static_cast<int32_t>(r));
-        const int64_t n = int64_t(v.width) * Px::channels;
-        for (int64_t i = 0; i < n; ++i)
-            into[i] = static_cast<float>(s[i]);
+        detail::samples_to_floats(v.row(static_cast<int32_t>(r)), into, int64_t(v.width) * Px::channels);
         return into;
     }
 };

@@ -27,11 +27,8 @@ template <class Px>
 void to_float(detail::View<Px> v, const Span & s, float * plane)
 {
     for (int32_t r = s.r0; r <= s.r1; ++r) {
-        const typename Px::sample * src = v.pixel(s.x0, r);
         float * dst = plane + (s.x0 + static_cast<int64_t>(r) * v.width) * Px::channels;
-        const int64_t n = static_cast<int64_t>(s.x1 - s.x0 + 1) * Px::channels;
-        for (int64_t i = 0; i < n; ++i)
-            dst[i] = static_cast<float>(src[i]);
+        detail::samples_to_floats(v.pixel(s.x0, r), dst, static_cast<int64_t>(s.x1 - s.x0 + 1) * Px::channels);
     }
 }
 

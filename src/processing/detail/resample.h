@@ -254,9 +254,7 @@ bool resample_sinc_fast(View<Px> src, View<Px> dst, const SincKernels &k, float 
             if (next < lo)
                 next = lo; // rows no later destination row reads
             for (; next <= hi; ++next) {
-                const sample *row = src.row(static_cast<int32_t>(next));
-                for (int64_t f = 0; f < int64_t(W) * C; ++f)
-                    s[f] = static_cast<float>(row[f]);
+                samples_to_floats(src.row(static_cast<int32_t>(next)), s, int64_t(W) * C);
                 float *t = st.ring.storage(next);
                 across(s, t);
                 st.ring.set(next, t);
@@ -279,21 +277,17 @@ bool resample_sinc_fast(View<Px> src, View<Px> dst, const SincKernels &k, float 
 
 // The row converted to floats first (across the row, in vector registers), then spread.
 template <class Px>
-struct BilinearSpread {
-    using sample = typename Px::sample;
-    static constexpr int C = Px::channels;
-    static void run(const sample *row, int32_t W, float *values, const BilinearTap *tap, int32_t W2, float *e0,
-                    float *e1)
-    {
-        for (int64_t f = 0; f < int64_t(W) * C; ++f)
-            values[f] = static_cast<float>(row[f]);
-        for (int32_t i = 0; i < W2; ++i)
-            for (int c = 0; c < C; ++c) {
-                e0[int64_t(i) * C + c] = values[int64_t(tap[i].i0) * C + c];
-                e1[int64_t(i) * C + c] = values[int64_t(tap[i].i1) * C + c];
-            }
-    }
-};
+void bilinear_spread(const typename Px::sample *row, int32_t W, float *values, const BilinearTap *tap, int32_t W2,
+                     float *e0, float *e1)
+{
+    constexpr int C = Px::channels;
+    samples_to_floats(row, values, int64_t(W) * C);
+    for (int32_t i = 0; i < W2; ++i)
+        for (int c = 0; c < C; ++c) {
+            e0[int64_t(i) * C + c] = values[int64_t(tap[i].i0) * C + c];
+            e1[int64_t(i) * C + c] = values[int64_t(tap[i].i1) * C + c];
+        }
+}
 
 // One destination row from the spread rows of source rows y0 (a0, a1) and y1 (b0, b1); fx and
 // gx = 1 - fx for each destination sample.
@@ -370,7 +364,7 @@ bool resample_bilinear_fast(View<Px> src, View<Px> dst, float sx, float sy)
         const RowStrip rows = strip_of(0, dst.height - 1, count, n);
         SpreadRows &sp = spread[n];
         auto make = [&](int32_t y, float *e0, float *e1) {
-            BilinearSpread<Px>::run(src.row(y), W, sp.values(), tap, W2, e0, e1);
+            bilinear_spread<Px>(src.row(y), W, sp.values(), tap, W2, e0, e1);
         };
         for (int64_t j = rows.first; j <= rows.last; ++j) {
             const BilinearTap ty = bilinear_tap(static_cast<int32_t>(j), sy, src.height);

@@ -92,15 +92,6 @@ struct UnsharpBuffers {
 // that the ramp filtering reads, and each output row takes its detail, the image, the clip and
 // the store at once. Every sample receives the very operations of the plain steps, in order.
 
-template <class Sample>
-struct SamplesToFloat {
-    static KEVRA_KERNEL_INLINE void run(const Sample *s, float *into, int64_t f0, int64_t f1)
-    {
-        for (int64_t f = f0; f < f1; ++f)
-            into[f] = static_cast<float>(s[f]);
-    }
-};
-
 // Rows of plane A before the blur.
 template <class Px>
 struct MedianCopyRows {
@@ -115,7 +106,7 @@ struct MedianCopyRows {
         }
         const int64_t f0 = int64_t(widened.x0) * Px::channels, f1 = (int64_t(widened.x1) + 1) * Px::channels;
         std::fill(into, into + f0, 0.0f);
-        run_at_vector_level<SamplesToFloat<typename Px::sample>>(copy.row(static_cast<int32_t>(r)), into, f0, f1);
+        samples_to_floats(copy.row(static_cast<int32_t>(r)) + f0, into + f0, f1 - f0);
         std::fill(into + f1, into + stride, 0.0f);
         return into;
     }
