@@ -39,10 +39,10 @@ constexpr int64_t kMemoMinPixels = 65536;
 // The hue and lightness gains: every pixel of the half-open rectangle through the model.
 // What the memo leaves (or all of a small rectangle) goes four pixels at a time where the
 // processor has AVX2, through the plain model elsewhere.
-template <class Lanes>
-void apply_model(long width, long height, void *bits, const CRect &rect, double factor,
-                 detail::ModelFn model, Lanes &&lanes)
+template <detail::ModelGain Gain>
+void apply_model(long width, long height, void *bits, const CRect &rect, double factor)
 {
+    constexpr detail::ModelFn model = detail::model_of<Gain>();
     const View<Bgr24> v = colour_view(width, height, bits);
     const PixelRuns runs = detail::half_open_runs(height, rect);
     if (!detail::fast_paths_enabled()) {
@@ -51,28 +51,19 @@ void apply_model(long width, long height, void *bits, const CRect &rect, double 
     }
     const bool wide = detail::vector_level() == detail::VectorLevel::avx2;
     auto direct = [&](const PixelRuns &left) {
-        if (wide)
-            lanes(v, left, factor);
-        else
-            detail::apply_model_plain(v, left, factor, model);
+#if defined(KEVRA_MODEL_LANES)
+        if (wide) {
+            detail::apply_model_lanes<Gain>(v, left, factor);
+            return;
+        }
+#endif
+        detail::apply_model_plain(v, left, factor, model);
     };
     // A miss costs about twice what the four-pixel model costs a pixel; a hit almost nothing.
     if (runs.pixels() < kMemoMinPixels ||
         !detail::apply_model_memo(v, runs, factor, model, direct, wide ? 4 : 7))
         direct(runs);
 }
-
-#if defined(KEVRA_MODEL_LANES)
-const auto hue_lanes = [](const View<Bgr24> &v, const PixelRuns &runs, double factor) {
-    detail::apply_model_lanes<detail::ModelGain::hue>(v, runs, factor);
-};
-const auto lightness_lanes = [](const View<Bgr24> &v, const PixelRuns &runs, double factor) {
-    detail::apply_model_lanes<detail::ModelGain::lightness>(v, runs, factor);
-};
-#else
-const auto hue_lanes = [](const View<Bgr24> &, const PixelRuns &, double) {};
-const auto lightness_lanes = hue_lanes;
-#endif
 
 } // namespace
 
@@ -156,7 +147,7 @@ bool CTraitementImg_24_Bpp::ReglageSaturation(int pourcentage, CDibRoot *image)
 bool CTraitementImg_24_Bpp::ReglageTeinte(int pourcentage, long width, long height, void *bits,
                                           CRect &rect)
 {
-    apply_model(width, height, bits, rect, detail::model_factor(pourcentage), detail::scale_hue, hue_lanes);
+    apply_model<detail::ModelGain::hue>(width, height, bits, rect, detail::model_factor(pourcentage));
     return true;
 }
 
@@ -170,8 +161,7 @@ bool CTraitementImg_24_Bpp::ReglageTeinte(int pourcentage, CDibRoot *image)
 bool CTraitementImg_24_Bpp::ReglageLuminance(int pourcentage, long width, long height,
                                              void *bits, CRect &rect)
 {
-    apply_model(width, height, bits, rect, detail::model_factor(pourcentage), detail::scale_lightness,
-                lightness_lanes);
+    apply_model<detail::ModelGain::lightness>(width, height, bits, rect, detail::model_factor(pourcentage));
     return true;
 }
 

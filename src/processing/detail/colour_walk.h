@@ -97,10 +97,13 @@ inline void apply_model_plain(const View<Bgr24> &v, const PixelRuns &runs, doubl
 // being chosen away. With four doubles a vector this beats the branches of the plain model,
 // which colours that change from pixel to pixel keep mispredicting; with two it does not, so
 // only the AVX2 copy exists. Written with the compilers' vector extensions (GCC and Clang).
+enum class ModelGain { hue, lightness };
+
+template <ModelGain Gain>
+constexpr ModelFn model_of() { return Gain == ModelGain::hue ? scale_hue : scale_lightness; }
+
 #if KEVRA_VECTOR_AVX2
 #define KEVRA_MODEL_LANES 1
-
-enum class ModelGain { hue, lightness };
 
 typedef double Lanes4 __attribute__((vector_size(32)));
 typedef int64_t Mask4 __attribute__((vector_size(32)));
