@@ -303,9 +303,10 @@ Buf random_colours(long width, long height, uint32_t seed, bool few_colours)
 bool run_model(bool memo, Buf &b, const CRect &rc, double factor, detail::ModelFn model)
 {
     const auto v = detail::view<detail::Bgr24>(b.w, b.h, b.bits());
+    auto plain = [&](const detail::PixelRuns &runs) { detail::apply_model_plain(v, runs, factor, model); };
     if (memo)
-        return detail::apply_model_memo(v, detail::half_open_runs(b.h, rc), factor, model);
-    detail::apply_model_plain(v, detail::half_open_runs(b.h, rc), factor, model);
+        return detail::apply_model_memo(v, detail::half_open_runs(b.h, rc), factor, model, plain);
+    plain(detail::half_open_runs(b.h, rc));
     return true;
 }
 

@@ -264,14 +264,6 @@ bool apply_model_memo(const View<Bgr24> &v, const PixelRuns &runs, double factor
     return true;
 }
 
-inline bool apply_model_memo(const View<Bgr24> &v, const PixelRuns &runs, double factor,
-                             ModelFn model)
-{
-    return apply_model_memo(v, runs, factor, model, [&](const PixelRuns &left) {
-        apply_model_plain(v, left, factor, model);
-    });
-}
-
 } // namespace kevra::detail
 
 #endif
