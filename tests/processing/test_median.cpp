@@ -2,6 +2,11 @@
 // the buffer safety of every depth.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+#include <utility>
+#include <vector>
+
 #include "processing/detail/median.h"
 #include "processing_test.h"
 
@@ -231,5 +236,66 @@ TEST(Median, FastInteriorMatchesPlain)
         ASSERT_TRUE(a.intact() && b.intact()) << iter;
         ASSERT_EQ(proc_test::first_difference(a, b), "")
             << "iter " << iter << " (" << bpp << " bits, " << w << "x" << h << ", n " << n << ")";
+    }
+}
+
+// The 8-bit interiors decide most centres in single precision and leave to the rule's own
+// double-precision test only those within a hair of a threshold. Every window sum of radius 1
+// and 2 (8 bits) and of the 24-bit half window, each with the centres around both of its
+// thresholds, one window a block of the image, on tolerances whose thresholds fall exactly
+// on whole values (0, 0.2, 0.25, 0.5), near them (0.015, 1/3), negative, at the end of the
+// screened range (7) and past it (7.5): the fast path gives the plain path's bytes.
+TEST(Median, ScreenedDecisionsMatchTheRuleAtEveryThreshold)
+{
+    struct Form {
+        int bpp, n;
+    };
+    for (const Form f : {Form{8, 1}, Form{8, 2}, Form{24, 1}}) {
+        const bool half = f.bpp == 24;
+        const int side = 2 * f.n + 1;
+        const int count = half ? 4 : side * side - 1; // neighbours summed
+        const int divisor = half ? 8 : count;         // the full window's count divides
+        for (const double tol : {0.0, 0.2, 0.25, 0.5, 0.015, 1.0 / 3.0, -0.3, 7.0, 7.5}) {
+            // (centre, sum) pairs: every sum, each centre within 1.5 of either threshold.
+            std::vector<std::pair<int, int>> cases;
+            for (int s = 0; s <= count * 255; ++s)
+                for (int c = 0; c <= 255; ++c) {
+                    const double mean = static_cast<double>(s) / divisor;
+                    if (std::fabs(c - mean * (1 + tol)) <= 1.5 || std::fabs(c - mean * (1 - tol)) <= 1.5)
+                        cases.emplace_back(c, s);
+                }
+            const long blocks = static_cast<long>(cases.size() + 2) / 3; // three channels a pixel at 24 bits
+            const long per_block = half ? blocks : static_cast<long>(cases.size());
+            Buf a(side * per_block, side, f.bpp);
+            a.fill(0);
+            for (std::size_t i = 0; i < cases.size(); ++i) {
+                const auto [c, s] = cases[i];
+                const long x0 = side * static_cast<long>(half ? i / 3 : i);
+                const int ch = half ? static_cast<int>(i % 3) : 0;
+                a.set(x0 + f.n, f.n, c, ch);
+                int left = s;
+                for (int k = 0; k < count; ++k) { // the sum spread over the window's neighbours
+                    const int v = std::min(255, left);
+                    left -= v;
+                    if (half) // the row above the centre, then its right neighbour
+                        a.set(k < 3 ? x0 + k : x0 + 2, k < 3 ? 2 : 1, v, ch);
+                    else {
+                        const int cell = k < count / 2 ? k : k + 1; // the centre's cell skipped
+                        a.set(x0 + cell % side, cell / side, v, ch);
+                    }
+                }
+            }
+            // Into separate outputs, so that every window reads the samples set above.
+            Buf plain = a, fast = a;
+            CRect rc(0, 0, a.w - 1, a.h - 1);
+            const auto [ok_plain, ok_fast] = proc_test::plain_and_fast([&](bool is_fast) {
+                Buf &out = is_fast ? fast : plain;
+                return on_depth(a.bpp, [&](auto &t) {
+                    return t.FiltreMedianSimple(a.w, a.h, a.bits(), out.bits(), rc, tol, static_cast<unsigned short>(f.n));
+                });
+            });
+            ASSERT_TRUE(ok_plain && ok_fast);
+            ASSERT_EQ(proc_test::first_difference(plain, fast), "") << f.bpp << " bits, n " << f.n << ", tolerance " << tol;
+        }
     }
 }

@@ -21,6 +21,7 @@
 #define KEVRA_PROCESSING_DETAIL_MEDIAN_H
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -107,6 +108,20 @@ inline bool band_replaces(uint32_t centre, float sum, int64_t count, double tole
     return c >= mean * (1.0 + tolerance) || c <= mean * (1.0 - tolerance);
 }
 
+// Single-precision factors of a rule's two thresholds for 8-bit samples: up ~ (1 + tolerance) / N
+// and down ~ (1 - tolerance) / N, given the rule's 1 / N in double. None (false) when a factor
+// could exceed 8 / N or is not a number (tolerances beyond -7 .. 7): the screened test
+// (MedianPass::decide_screened) relies on thresholds below 255 x 8.
+inline bool median_screen_factors(double inverse, double tolerance, float &up, float &down)
+{
+    const double k_up = 1.0 + tolerance, k_down = 1.0 - tolerance;
+    if (!(std::fabs(k_up) <= 8.0 && std::fabs(k_down) <= 8.0))
+        return false;
+    up = static_cast<float>(inverse * k_up);
+    down = static_cast<float>(inverse * k_down);
+    return true;
+}
+
 // Which gathered sample a band writes: the middle one for an odd count, the lower middle one
 // for an even count.
 inline int64_t band_pick(int64_t count) { return (count & 1) ? count / 2 : count / 2 - 1; }
@@ -116,8 +131,8 @@ inline int64_t band_pick(int64_t count) { return (count & 1) ? count / 2 : count
 //   rule.gather(const sample *centre, ptrdiff_t pitch_in_samples, int32_t n, sample *out)
 //       -> float sum (writes the gathered samples at the front of out, in gathering order);
 //   rule.replaces(uint32_t centre, float sum) -> bool;
-//   for 8-bit samples also rule.above(centre, sum) and rule.below(centre, sum), the two halves
-//   of that test (replaces = above | below), each monotonic in the centre;
+//   rule.screen(float &up, float &down) -> bool, for 8-bit samples its factors for
+//   median_screen_factors (false otherwise);
 //   Rule::half_window: true when gather takes only the neighbours at a positive byte offset
 //   (the rows above the centre and the right half of its row).
 template <class Px, class Interior>
@@ -130,6 +145,8 @@ public:
         : src_(src), out_(out), samples_(samples), n_(n), tolerance_(tolerance),
           full_(median_window_count(n)), rule_(full_, tolerance)
     {
+        if constexpr (sizeof(sample) == 1)
+            screened_ = rule_.screen(screen_up_, screen_down_);
     }
 
     void run(const CRect &rc)
@@ -186,8 +203,6 @@ public:
         for (unsigned i = 0; i < count; ++i)
             if (!allocate_strip(b, strip_of(b.rA, b.rB, count, i), interior, strips[i]))
                 return false;
-        if (interior)
-            build_thresholds();
 
         Hit first; // the interior's first replacement
         sample first_value = 0;
@@ -287,7 +302,6 @@ private:
             return false;
         if (full_ == 0) // no neighbour: the mean is 0/0 and nothing is replaced
             return true;
-        build_thresholds();
         const unsigned count = in_place ? 1u : strip_count(b.rs, b.re);
         const int64_t scratch = scratch_words(b);
         uint32_t *words = try_new_array<uint32_t>(static_cast<std::size_t>(scratch * count));
@@ -317,58 +331,41 @@ private:
     }
     void settle(int32_t x, int32_t r, int c) { out_.pixel(x, r)[c] = settled(x, r, c); }
 
-    // For 8-bit samples the test depends only on the centre and the window sum, and each of
-    // its halves is monotonic in the centre: for every possible sum the table holds the
-    // smallest centre the upper half replaces (256: none) and the largest the lower half
-    // replaces (-1: none), found with the rule's own tests. The interior then compares
-    // integers. Left empty for 16-bit samples and for sums too large to tabulate, and with AVX2:
-    // the table is read one sample at a time, while the rule's own test on four doubles a
-    // vector runs about twice as fast.
-    void build_thresholds()
-    {
-        if (vector_level() == VectorLevel::avx2)
-            return;
-        if constexpr (sizeof(sample) == 1) {
-            const int64_t most = (Interior::half_window ? full_ / 2 : full_) * 255;
-            if (!thresholds_.empty() || full_ == 0 || most > 65535)
-                return;
-            try {
-                thresholds_.resize(static_cast<std::size_t>(2 * (most + 1)));
-            } catch (const std::bad_alloc &) {
-                return; // the rule's own test then decides
-            }
-            for (int64_t sum = 0; sum <= most; ++sum) {
-                const float f = static_cast<float>(sum);
-                int32_t lo = 0, hi = 256; // smallest centre in [lo, hi) for which `above` holds
-                while (lo < hi) {
-                    const int32_t mid = (lo + hi) / 2;
-                    if (rule_.above(static_cast<uint32_t>(mid), f))
-                        hi = mid;
-                    else
-                        lo = mid + 1;
-                }
-                thresholds_[static_cast<std::size_t>(2 * sum)] = static_cast<int16_t>(lo);
-                lo = -1, hi = 255; // largest centre in (lo, hi] for which `below` holds, or lo
-                while (lo < hi) {
-                    const int32_t mid = (lo + hi + 1) / 2;
-                    if (rule_.below(static_cast<uint32_t>(mid), f))
-                        lo = mid;
-                    else
-                        hi = mid - 1;
-                }
-                thresholds_[static_cast<std::size_t>(2 * sum + 1)] = static_cast<int16_t>(lo);
-            }
-        }
-    }
-
     // Scratch of one strip, in 32-bit words: the column sums of a row (one per sample of the
     // interior's columns widened by n on each side), then the window sums of the interior's
-    // samples, then one decision byte per interior sample.
+    // samples, then one decision byte per interior sample, then one byte per sample that the
+    // screened test leaves to the rule's own.
     int64_t scratch_words(const MedianBounds &b) const
     {
         const int64_t run = (int64_t(b.xe) - b.xs + 1 + 2 * int64_t(n_)) * channels;
         const int64_t m = (int64_t(b.xe) - b.xs + 1) * channels;
-        return run + m + (m + 3) / 4;
+        return run + m + 2 * ((m + 3) / 4);
+    }
+
+    // The rule's test on 8-bit samples, answered in single precision wherever that cannot
+    // differ from the rule's own double-precision test. A threshold mean x (1 +- tolerance)
+    // is below 255 x 8 (mean <= 255, factors capped), and sum x factor approximates it within
+    // a relative 1.2e-7, so within 0.00025. c - threshold is exact when under 1/8 (the two
+    // are then within a factor of 2 of each other), so a centre more than 1/1024 from both
+    // thresholds gets the rule's answer; the few others are marked and take the rule's own
+    // test. The single-precision products run eight samples a vector where the doubles ran four.
+    KEVRA_KERNEL_INLINE void decide_screened(const sample *out, const int32_t *total, uint8_t *replaced,
+                                             uint8_t *unsure, int64_t m) const
+    {
+        constexpr float margin = 1.0f / 1024.0f;
+        const float up = screen_up_, down = screen_down_;
+        for (int64_t j = 0; j < m; ++j) {
+            const float s = static_cast<float>(total[j]), c = static_cast<float>(out[j]);
+            const float above = c - s * up, below = c - s * down;
+            replaced[j] = static_cast<uint8_t>((above > margin) | (below < -margin));
+            unsure[j] = static_cast<uint8_t>((std::fabs(above) <= margin) | (std::fabs(below) <= margin));
+        }
+        for (const uint8_t *p = unsure, *end = unsure + m;
+             (p = static_cast<const uint8_t *>(std::memchr(p, 1, static_cast<std::size_t>(end - p)))) != nullptr;
+             ++p) {
+            const int64_t j = p - unsure;
+            replaced[j] = rule_.replaces(out[j], static_cast<float>(total[j])) ? 1 : 0;
+        }
     }
 
     // Interior rows r0..r1 with replacements written as later ones; returns the first replacement.
@@ -477,12 +474,8 @@ private:
             }
         }
         sample *out = out_row + int64_t(b.xs) * channels;
-        if (!thresholds_.empty()) {
-            const int16_t *t = thresholds_.data();
-            for (int64_t j = 0; j < m; ++j) {
-                const int32_t c = out[j], s2 = 2 * total[j];
-                replaced[j] = static_cast<uint8_t>((c >= t[s2]) | (c <= t[s2 + 1]));
-            }
+        if (screened_) {
+            decide_screened(out, total, replaced, replaced + m, m);
         } else {
             for (int64_t j = 0; j < m; ++j)
                 replaced[j] = rule_.replaces(out[j], static_cast<float>(total[j])) ? 1 : 0;
@@ -741,7 +734,8 @@ private:
     int64_t full_;
     Interior rule_;
     bool swapped_ = true; // set once per call, never again
-    std::vector<int16_t> thresholds_; // see build_thresholds
+    bool screened_ = false;           // see decide_screened
+    float screen_up_ = 0.0f, screen_down_ = 0.0f;
 };
 
 // Size of the sample array: N values, but never more than the image holds. Only a window
