@@ -145,8 +145,10 @@ public:
         : src_(src), out_(out), samples_(samples), n_(n), tolerance_(tolerance),
           full_(median_window_count(n)), rule_(full_, tolerance)
     {
-        if constexpr (sizeof(sample) == 1)
+        if constexpr (sizeof(sample) == 1) {
             screened_ = rule_.screen(screen_up_, screen_down_);
+            sums16_ = (Interior::half_window ? full_ / 2 : full_) * 255 <= 65535;
+        }
     }
 
     void run(const CRect &rc)
@@ -349,7 +351,8 @@ private:
     // are then within a factor of 2 of each other), so a centre more than 1/1024 from both
     // thresholds gets the rule's answer; the few others are marked and take the rule's own
     // test. The single-precision products run eight samples a vector where the doubles ran four.
-    KEVRA_KERNEL_INLINE void decide_screened(const sample *out, const int32_t *total, uint8_t *replaced,
+    template <class Sum>
+    KEVRA_KERNEL_INLINE void decide_screened(const sample *out, const Sum *total, uint8_t *replaced,
                                              uint8_t *unsure, int64_t m) const
     {
         constexpr float margin = 1.0f / 1024.0f;
@@ -404,26 +407,29 @@ private:
     // The window sums of a radius known when compiling, each kept in a register: the 2n + 1
     // column sums, then less the centre (full window) or plus the n samples to its right
     // (half window). Integer sums: any order gives the same value.
-    template <int N>
-    static KEVRA_KERNEL_INLINE void window_sums_fixed(const uint32_t *colsum, const sample *in, int32_t *total,
-                                                      int64_t m)
+    template <int N, class Sum>
+    static KEVRA_KERNEL_INLINE void window_sums_fixed(const Sum *colsum, const sample *in, Sum *total, int64_t m)
     {
         for (int64_t j = 0; j < m; ++j) {
-            int32_t s = static_cast<int32_t>(colsum[j]);
+            Sum s = colsum[j];
             for (int k = 1; k <= 2 * N; ++k)
-                s += static_cast<int32_t>(colsum[j + k * channels]);
+                s = static_cast<Sum>(s + colsum[j + k * channels]);
             if (Interior::half_window) {
                 for (int dx = 1; dx <= N; ++dx)
-                    s += in[j + dx * channels];
+                    s = static_cast<Sum>(s + in[j + dx * channels]);
             } else {
-                s -= in[j]; // the centre is no neighbour
+                s = static_cast<Sum>(s - in[j]); // the centre is no neighbour
             }
             total[j] = s;
         }
     }
 
-    KEVRA_KERNEL_INLINE int64_t interior_row_body(const MedianBounds &b, int32_t r, bool fresh, uint32_t *scratch,
-                                                  sample *out_row) const
+    // The column sums of row r (started afresh, or slid up from row r - 1) and its window sums,
+    // in unsigned words of type Sum. Sums of 8-bit samples take 16-bit words while a window sum
+    // cannot pass 65535 (radius up to 7), twice the samples a vector of 32-bit words holds; a
+    // partial sum may wrap around, the final ones are exact.
+    template <class Sum>
+    KEVRA_KERNEL_INLINE void row_sums(const MedianBounds &b, int32_t r, bool fresh, Sum *colsum, Sum *total) const
     {
         constexpr bool half = Interior::half_window;
         const int32_t n = n_;
@@ -431,24 +437,21 @@ private:
         const int32_t base = b.xs - n;    // first column with a column sum
         const int64_t run = (int64_t(b.xe) - base + 1 + n) * channels;
         const int64_t m = (int64_t(b.xe) - b.xs + 1) * channels; // interior samples of a row
-        uint32_t *colsum = scratch;
-        int32_t *total = reinterpret_cast<int32_t *>(scratch + run);
-        uint8_t *replaced = reinterpret_cast<uint8_t *>(scratch + run + m);
         if (fresh) {
             for (int64_t k = 0; k < run; ++k)
                 colsum[k] = 0;
             for (int32_t dy = lo; dy <= n; ++dy) {
                 const sample *row = src_.pixel(base, r + dy);
                 for (int64_t k = 0; k < run; ++k)
-                    colsum[k] += row[k];
+                    colsum[k] = static_cast<Sum>(colsum[k] + row[k]);
             }
         } else {
             const sample *enters = src_.pixel(base, r + n);
             const sample *leaves = src_.pixel(base, r - 1 + lo);
             for (int64_t k = 0; k < run; ++k)
-                colsum[k] = colsum[k] + enters[k] - leaves[k];
+                colsum[k] = static_cast<Sum>(colsum[k] + enters[k] - leaves[k]);
         }
-        // Window sums (below 2^24, so exact in an int and in a float).
+        // Window sums (below 2^24, so exact in a float too).
         const sample *in = src_.pixel(b.xs, r);
         if (n == 1) {
             window_sums_fixed<1>(colsum, in, total, m);
@@ -456,32 +459,56 @@ private:
             window_sums_fixed<2>(colsum, in, total, m);
         } else {
             for (int64_t j = 0; j < m; ++j)
-                total[j] = static_cast<int32_t>(colsum[j]);
+                total[j] = colsum[j];
             for (int32_t k = 1; k <= 2 * n; ++k) {
-                const uint32_t *col = colsum + int64_t(k) * channels;
+                const Sum *col = colsum + int64_t(k) * channels;
                 for (int64_t j = 0; j < m; ++j)
-                    total[j] += static_cast<int32_t>(col[j]);
+                    total[j] = static_cast<Sum>(total[j] + col[j]);
             }
             if (half) {
                 for (int32_t dx = 1; dx <= n; ++dx) {
                     const sample *right = in + int64_t(dx) * channels;
                     for (int64_t j = 0; j < m; ++j)
-                        total[j] += right[j];
+                        total[j] = static_cast<Sum>(total[j] + right[j]);
                 }
             } else {
                 for (int64_t j = 0; j < m; ++j)
-                    total[j] -= in[j]; // the centre is no neighbour
+                    total[j] = static_cast<Sum>(total[j] - in[j]); // the centre is no neighbour
             }
         }
-        sample *out = out_row + int64_t(b.xs) * channels;
+    }
+
+    // The decisions of a row's m interior samples from their window sums.
+    template <class Sum>
+    KEVRA_KERNEL_INLINE void decide(const sample *out, const Sum *total, uint8_t *replaced, int64_t m) const
+    {
         if (screened_) {
             decide_screened(out, total, replaced, replaced + m, m);
         } else {
             for (int64_t j = 0; j < m; ++j)
                 replaced[j] = rule_.replaces(out[j], static_cast<float>(total[j])) ? 1 : 0;
         }
+    }
+
+    KEVRA_KERNEL_INLINE int64_t interior_row_body(const MedianBounds &b, int32_t r, bool fresh, uint32_t *scratch,
+                                                  sample *out_row) const
+    {
+        const int32_t n = n_;
+        const int64_t run = (int64_t(b.xe) - b.xs + 1 + 2 * int64_t(n)) * channels;
+        const int64_t m = (int64_t(b.xe) - b.xs + 1) * channels; // interior samples of a row
+        uint8_t *replaced = reinterpret_cast<uint8_t *>(scratch + run + m);
+        sample *out = out_row + int64_t(b.xs) * channels;
+        if (sums16_) {
+            uint16_t *colsum = reinterpret_cast<uint16_t *>(scratch), *total = reinterpret_cast<uint16_t *>(scratch + run);
+            row_sums(b, r, fresh, colsum, total);
+            decide(out, total, replaced, m);
+        } else {
+            uint32_t *colsum = scratch, *total = scratch + run;
+            row_sums(b, r, fresh, colsum, total);
+            decide(out, total, replaced, m);
+        }
         // Later replacements: the left neighbour, or the half window's far corner (n, n).
-        const sample *pick = half ? src_.pixel(b.xs + n, r + n) : in - channels;
+        const sample *pick = Interior::half_window ? src_.pixel(b.xs + n, r + n) : src_.pixel(b.xs - 1, r);
         for (int64_t j = 0; j < m; ++j) {
             const sample take = static_cast<sample>(0u - replaced[j]); // all ones where replaced
             out[j] = static_cast<sample>((pick[j] & take) | (out[j] & ~take));
@@ -735,6 +762,7 @@ private:
     Interior rule_;
     bool swapped_ = true; // set once per call, never again
     bool screened_ = false;           // see decide_screened
+    bool sums16_ = false;             // see row_sums
     float screen_up_ = 0.0f, screen_down_ = 0.0f;
 };
 
