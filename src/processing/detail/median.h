@@ -241,6 +241,66 @@ public:
         return true;
     }
 
+    // The rows of FiltreMedianSimple into a copy of the image (the image unchanged), made one at
+    // a time, for a consumer that reads each row once it is made and may then overwrite image
+    // rows it made more than n + 1 rows earlier. begin_rows finds the call's first replacement
+    // ahead, as the streamed walk does; it refuses (false) where that walk would, and when the
+    // first replacement is not in the interior (a band's could only be known at the end).
+    // make_row(r, row) then gives row r's result, rows in increasing order.
+    bool begin_rows(const CRect &rc)
+    {
+        const MedianBounds b = median_bounds(src_.width, src_.height, rc, n_);
+        if (b.rs > b.re || !interior_examined(b) || full_ == 0 || !integer_sums_exact())
+            return false;
+        const int64_t row_samples = int64_t(src_.width) * channels;
+        walk_.scratch.reset(try_new_array<uint32_t>(static_cast<std::size_t>(scratch_words(b))));
+        walk_.gathered.reset(try_new_array<sample>(
+            static_cast<std::size_t>(std::min<int64_t>(full_, row_samples * src_.height))));
+        std::unique_ptr<sample[]> probe(try_new_array<sample>(static_cast<std::size_t>(row_samples)));
+        if (walk_.scratch == nullptr || walk_.gathered == nullptr || probe == nullptr)
+            return false;
+        for (int32_t r = b.rs; r <= b.re && walk_.first.r < 0; ++r) {
+            std::memcpy(probe.get(), src_.row(r), static_cast<std::size_t>(row_samples) * sizeof(sample));
+            const int64_t j = interior_row(b, r, r == b.rs, walk_.scratch.get(), probe.get());
+            if (j >= 0)
+                walk_.first = Hit{static_cast<int32_t>(b.xs + j / channels), r, static_cast<int>(j % channels)};
+        }
+        if (walk_.first.r < 0)
+            return false;
+        walk_.first_value = settled(walk_.first.x, walk_.first.r, walk_.first.c);
+        walk_.b = b;
+        walk_.last_interior = -1;
+        return true;
+    }
+    void make_row(int32_t r, sample *row)
+    {
+        const MedianBounds &b = walk_.b;
+        std::memcpy(row, src_.row(r), static_cast<std::size_t>(src_.width) * channels * sizeof(sample));
+        if (r < b.rA || r > b.rB)
+            return;
+        // Band centres: decided on the row as it stands, replaced as later replacements.
+        auto visit = [&](const BandCentre &k) {
+            if (k.x < 0 || k.x >= src_.width) // a centre the band rules put past the image
+                return;
+            sample &centre = row[k.x * channels + k.c];
+            const BandPick pick = band_pick_streamed(k, centre, walk_.gathered.get(), false);
+            if (pick.replaced)
+                centre = pick.later;
+        };
+        if (r < b.rs) {
+            band_row(b, Band::lower, r, visit);
+        } else if (r > b.re) {
+            band_row(b, Band::upper, r, visit);
+        } else {
+            interior_row(b, r, r - 1 != walk_.last_interior, walk_.scratch.get(), row);
+            walk_.last_interior = r;
+            if (r == walk_.first.r)
+                row[int64_t(walk_.first.x) * channels + walk_.first.c] = walk_.first_value;
+            band_row(b, Band::left, r, visit);
+            band_row(b, Band::right, r, visit);
+        }
+    }
+
 private:
     // Interior: full windows. Only an image narrower or lower than the window (1 pixel across
     // with n >= 1) gets interior bounds whose windows leave it, through the clamping of xs, xe
@@ -753,6 +813,16 @@ private:
             keep(r);
     }
 
+    // State of begin_rows / make_row.
+    struct RowWalk {
+        MedianBounds b{};
+        Hit first;
+        sample first_value = 0;
+        int32_t last_interior = -1;
+        std::unique_ptr<uint32_t[]> scratch;
+        std::unique_ptr<sample[]> gathered;
+    };
+
     View<Px> src_;
     View<Px> out_;
     sample *samples_;
@@ -764,6 +834,7 @@ private:
     bool screened_ = false;           // see decide_screened
     bool sums16_ = false;             // see row_sums
     float screen_up_ = 0.0f, screen_down_ = 0.0f;
+    RowWalk walk_;
 };
 
 // Size of the sample array: N values, but never more than the image holds. Only a window

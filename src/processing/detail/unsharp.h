@@ -28,6 +28,8 @@
 #include "kevra/platform.h"
 #include "kevra/traitement_base.h"
 #include "kevra/types.h"
+#include "processing/detail/median.h"
+#include "processing/detail/median_rules.h"
 
 namespace kevra::detail {
 
@@ -92,10 +94,11 @@ struct UnsharpBuffers {
 // that the ramp filtering reads, and each output row takes its detail, the image, the clip and
 // the store at once. Every sample receives the very operations of the plain steps, in order.
 
-// Rows of plane A before the blur.
-template <class Px>
+// Rows of plane A before the blur. `copy.row(r)` is row r of the median-filtered copy: a whole
+// copy made first, or MedianRowsMade.
+template <class Px, class Copy>
 struct MedianCopyRows {
-    View<Px> copy;
+    Copy copy;
     Span widened;
     int64_t stride;
     const float *row(int64_t r, float *into) const
@@ -112,12 +115,48 @@ struct MedianCopyRows {
     }
 };
 
+// The median-filtered rows made on demand, without a copy of the image: row r is made when
+// first asked for and kept in a ring of `depth` rows. The blur asks for each row once, its
+// rows in increasing order, n + 1 rows at most ahead of the rows the blur ring reads again;
+// the image rows the output overwrites lie further behind than the median reads.
+template <class Px, class Interior>
+class MedianRowsMade {
+public:
+    using sample = typename Px::sample;
+    MedianRowsMade(MedianPass<Px, Interior> &pass, int64_t row_samples, int64_t depth, int64_t first)
+        : pass_(&pass), row_samples_(row_samples), depth_(depth), next_(first)
+    {
+    }
+    bool allocate()
+    {
+        ring_.reset(try_new_array<sample>(static_cast<std::size_t>(row_samples_ * depth_)));
+        return ring_ != nullptr;
+    }
+    const sample *row(int32_t r)
+    {
+        for (; next_ <= r; ++next_)
+            pass_->make_row(static_cast<int32_t>(next_), slot(next_));
+        return slot(r);
+    }
+    // What MedianCopyRows holds.
+    struct Rows {
+        MedianRowsMade *made;
+        const sample *row(int32_t r) const { return made->row(r); }
+    };
+
+private:
+    sample *slot(int64_t r) const { return ring_.get() + (r % depth_) * row_samples_; }
+    MedianPass<Px, Interior> *pass_;
+    int64_t row_samples_, depth_, next_;
+    std::unique_ptr<sample[]> ring_;
+};
+
 // Rows of plane A after the blur (the rectangle blurred, the rest as it was), kept in a ring for
 // the ramp filtering and the detail.
-template <class Px>
+template <class Px, class A>
 class BlurredRows {
 public:
-    BlurredRows(const KernelShape &k, const float *gauss, const MedianCopyRows<Px> &a)
+    BlurredRows(const KernelShape &k, const float *gauss, const A &a)
         : k_(k), gauss_(k, gauss, gauss), a_(a)
     {
     }
@@ -149,7 +188,7 @@ public:
 private:
     KernelShape k_;
     SeparableStage<Px::channels> gauss_;
-    MedianCopyRows<Px> a_;
+    A a_;
     RowRing ring_;
 };
 
@@ -171,25 +210,22 @@ struct UnsharpCombine {
     }
 };
 
-template <class Px>
-bool unsharp_stream(View<Px> image, View<Px> copy, const CRect &widened, const FilterRegion &g, const Span &s,
-                    int64_t n, const float *gauss, const float *ramp, const UnsharpParams &p, float max_value)
+// `a` gives plane A's rows (MedianCopyRows); `count` strips of rows, each on its own thread.
+template <class Px, class A>
+bool unsharp_stream(View<Px> image, const A &a, unsigned count, const KernelShape &k, const Span &s,
+                    const float *gauss, const float *ramp, const UnsharpParams &p, float max_value)
 {
     constexpr int C = Px::channels;
     using sample = typename Px::sample;
-    const KernelShape k = separable_shape(image.width, image.height, g, C, n, n);
-    const MedianCopyRows<Px> a{copy, clip_rect(image.width, image.height, widened), k.stride};
-
     struct Strip {
-        BlurredRows<Px> blurred;
+        BlurredRows<Px, A> blurred;
         SeparableStage<C> ramp;
         RowStore out;
     };
-    const unsigned count = strip_count(s.r0, s.r1);
     std::vector<Strip> strips;
     strips.reserve(count);
     for (unsigned i = 0; i < count; ++i) {
-        strips.push_back(Strip{BlurredRows<Px>(k, gauss, a), SeparableStage<C>(k, ramp, ramp), RowStore()});
+        strips.push_back(Strip{BlurredRows<Px, A>(k, gauss, a), SeparableStage<C>(k, ramp, ramp), RowStore()});
         const RowStrip rows = strip_of(s.r0, s.r1, count, i);
         if (!strips.back().blurred.allocate(rows) || !strips.back().ramp.allocate(rows, false) ||
             !strips.back().out.allocate(1, k.stride))
@@ -198,7 +234,7 @@ bool unsharp_stream(View<Px> image, View<Px> copy, const CRect &widened, const F
     run_strips(count, [&](unsigned i) {
         Strip &st = strips[i];
         const RowStrip rows = strip_of(s.r0, s.r1, count, i);
-        const typename BlurredRows<Px>::Source blurred{&st.blurred};
+        const typename BlurredRows<Px, A>::Source blurred{&st.blurred};
         float *b = st.out.row(0);
         const UnsharpParams q = p; // passed by value: the stores into the image cannot alias it
         const int64_t f0 = int64_t(s.x0) * C, f1 = (int64_t(s.x1) + 1) * C;
@@ -212,11 +248,43 @@ bool unsharp_stream(View<Px> image, View<Px> copy, const CRect &widened, const F
     return true;
 }
 
+// With one strip, the median's rows are made as the blur asks for them (MedianRowsMade), unless
+// the median cannot be walked that way; otherwise the median fills a copy of the image first.
 template <class Px, class MedianSimple>
 bool unsharp_rect_streamed(long width, long height, void *bits, const CRect &rect, const CRect &widened,
                            uint16_t r, const UnsharpParams &p, float max_value, MedianSimple &&median_simple)
 {
     const View<Px> image = view<Px>(width, height, static_cast<unsigned char *>(bits));
+    const unsigned short size = static_cast<unsigned short>(2 * r + 1);
+    CFiltre gauss(CFiltre::Filtre_Gaussien, size, static_cast<float>(r) * 0.25f);
+    CFiltre ramp(CFiltre::Filtre_Rampe, size, 0.0f);
+    if (!gauss.IsOK() || !ramp.IsOK())
+        return false;
+    const Span s = clip_rect(width, height, rect);
+    const Span wide = clip_rect(width, height, widened);
+    const KernelShape k = separable_shape(image.width, image.height, filter_region(width, height, rect),
+                                          Px::channels, (size - 1) / 2, (size - 1) / 2);
+    const unsigned count = strip_count(s.r0, s.r1);
+    if (count == 1) {
+        using Interior = typename MedianRule<Px, true>::type;
+        using sample = typename Px::sample;
+        const int64_t capacity = median_sample_capacity<Px>(image.width, image.height, 1);
+        std::unique_ptr<sample[]> samples(try_new_array<sample>(static_cast<std::size_t>(capacity)));
+        if (samples == nullptr)
+            return false;
+        std::fill(samples.get(), samples.get() + capacity, sample(0));
+        MedianPass<Px, Interior> pass(image, image, samples.get(), 1, 0.015);
+        if (pass.begin_rows(widened)) {
+            MedianRowsMade<Px, Interior> made(pass, int64_t(image.width) * Px::channels, 2 * int64_t(r) + 4, wide.r0);
+            if (!made.allocate())
+                return false;
+            using Rows = typename MedianRowsMade<Px, Interior>::Rows;
+            const MedianCopyRows<Px, Rows> a{Rows{&made}, wide, k.stride};
+            return unsharp_stream<Px>(image, a, 1, k, s, gauss.Donne_TabFiltreX(), ramp.Donne_TabFiltreX(), p,
+                                      max_value);
+        }
+    }
+
     const std::size_t bytes = static_cast<std::size_t>(image.pitch) * static_cast<std::size_t>(image.height);
     std::unique_ptr<unsigned char, void (*)(void *)> copy(static_cast<unsigned char *>(try_alloc(bytes)), std::free);
     if (copy == nullptr)
@@ -227,16 +295,9 @@ bool unsharp_rect_streamed(long width, long height, void *bits, const CRect &rec
     CRect median_rect = widened;
     if (!median_simple(width, height, bits, copy.get(), median_rect, 0.015, static_cast<unsigned short>(1)))
         return false;
-
-    const unsigned short size = static_cast<unsigned short>(2 * r + 1);
-    CFiltre gauss(CFiltre::Filtre_Gaussien, size, static_cast<float>(r) * 0.25f);
-    CFiltre ramp(CFiltre::Filtre_Rampe, size, 0.0f);
-    if (!gauss.IsOK() || !ramp.IsOK())
-        return false;
-    const FilterRegion g = filter_region(width, height, rect);
-    const Span s = clip_rect(width, height, rect);
-    return unsharp_stream<Px>(image, view<Px>(width, height, copy.get()), widened, g, s, (size - 1) / 2,
-                              gauss.Donne_TabFiltreX(), ramp.Donne_TabFiltreX(), p, max_value);
+    const MedianCopyRows<Px, View<Px>> a{view<Px>(width, height, copy.get()), wide, k.stride};
+    return unsharp_stream<Px>(image, a, count, k, s, gauss.Donne_TabFiltreX(), ramp.Donne_TabFiltreX(), p,
+                              max_value);
 }
 
 // The rectangle form. `median(width, height, bits, rect, tolerance, radius)` is the class's
