@@ -118,11 +118,11 @@ Buf random_buf(std::mt19937 &rng, long w, long h, int bpp)
 
 TEST(FastPaths, GiveThePlainBytesOnRandomCases)
 {
-    const long sizes[] = {1, 2, 3, 5, 7, 8, 9, 15, 16, 17, 31, 33, 40, 65, 70};
+    const long sizes[] = {1, 2, 3, 5, 7, 8, 9, 15, 16, 17, 31, 33, 40, 65, 70, 131};
     std::mt19937 rng(2024);
     for (int i = 0; i < 300; ++i) {
         const int bpp = i % 3 == 0 ? 8 : i % 3 == 1 ? 16 : 24;
-        const long w = sizes[rng() % 15], h = sizes[rng() % 15];
+        const long w = sizes[rng() % 16], h = sizes[rng() % 16];
         const Buf source = random_buf(rng, w, h, bpp);
         const CRect rc = random_rect(rng, w, h);
         const uint32_t seed = rng();
@@ -146,3 +146,21 @@ TEST(FastPaths, GiveThePlainBytesOnRandomCases)
 }
 
 } // namespace
+
+// Grey rows wide enough for the whole-vector reversal of the left-right mirror (32 bytes from
+// each end), a full rectangle and a ragged one, each case four times so that every vector
+// level meets it.
+TEST(FastPaths, MirrorOfWideGreyRows)
+{
+    std::mt19937 rng(31);
+    for (const int bpp : {8, 16})
+        for (const long w : {64L, 65L, 97L, 131L, 200L})
+            for (int k = 0; k < 8; ++k) {
+                const Buf source(w, 3, bpp, rng());
+                Buf plain = source, fast = source, unused = source;
+                std::vector<long> counts;
+                const CRect rc = k % 2 ? CRect(3, 0, static_cast<int>(w - 2), 2) : CRect(0, 0, static_cast<int>(w - 1), 2);
+                plain_and_fast([&](bool f) { return in_place<1>(bpp, f ? fast : plain, unused, rc, counts, 0); });
+                ASSERT_EQ(first_difference(fast, plain), "") << bpp << " bits, width " << w << ", case " << k;
+            }
+}

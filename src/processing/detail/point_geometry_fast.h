@@ -226,6 +226,42 @@ inline void mirror_row_triples(uint8_t *a, uint8_t *b, int64_t pairs)
         swap_triples(a + 3 * k, b - 3 * k);
 }
 
+// With AVX2, grey rows go in blocks of 32 bytes from each end, each reversed as a whole vector
+// (one byte shuffle and one lane exchange), then the rest as above. Only that level takes it:
+// without a byte shuffle, compilers lower such a reversal to a sample-by-sample one.
+#if KEVRA_VECTOR_AVX2
+template <class Sample>
+struct MirrorGreyRow {
+    static constexpr int kCount = 32 / int(sizeof(Sample));
+    typedef Sample Block __attribute__((vector_size(32)));
+    static KEVRA_KERNEL_INLINE void reverse(Block &v) // by reference: no vector passed by value
+    {
+        if constexpr (sizeof(Sample) == 1)
+            v = __builtin_shufflevector(v, v, 31, 30, 29, 28, 27, 26, 25, 24, 23, 22, 21, 20, 19, 18, 17, 16, 15,
+                                           14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+        else
+            v = __builtin_shufflevector(v, v, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+    }
+    static KEVRA_KERNEL_INLINE void run(Sample *a, Sample *b, int64_t pairs)
+    {
+        int64_t k = 0;
+        for (; k + kCount <= pairs; k += kCount) {
+            Block front, back;
+            std::memcpy(&front, a + k, 32);
+            std::memcpy(&back, b - k - (kCount - 1), 32);
+            reverse(front);
+            reverse(back);
+            std::memcpy(a + k, &back, 32);
+            std::memcpy(b - k - (kCount - 1), &front, 32);
+        }
+        if constexpr (sizeof(Sample) == 1)
+            mirror_row_bytes(a + k, b - k, pairs - k);
+        else
+            mirror_row_shorts(a + k, b - k, pairs - k);
+    }
+};
+#endif
+
 // Rows and pairs exactly as mirror_h_rows: buffer rows height - bottom .. height - top - 1 (the
 // bottom image row left out), (right - left) / 2 pairs. rc is cut to the image.
 template <class Px>
@@ -241,6 +277,10 @@ void mirror_h_rows_fast(const View<Px> &v, const CRect &rc)
         typename Px::sample *b = v.pixel(rc.right, static_cast<int32_t>(r));
         if constexpr (Px::channels == 3)
             mirror_row_triples(a, b, pairs);
+#if KEVRA_VECTOR_AVX2
+        else if (vector_level() == VectorLevel::avx2)
+            run_on_avx2<MirrorGreyRow<typename Px::sample>>(a, b, pairs);
+#endif
         else if constexpr (sizeof(typename Px::sample) == 2)
             mirror_row_shorts(a, b, pairs);
         else
