@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "core/clamp.h"
@@ -210,26 +211,44 @@ struct UnsharpCombine {
     }
 };
 
-// `a` gives plane A's rows (MedianCopyRows); `count` strips of rows, each on its own thread.
+// `a[i]` gives plane A's rows (MedianCopyRows) to strip i of `count`, each strip on its own
+// thread. When a strip's rows of A read image rows near its neighbours (rows made from the image
+// as they are asked for), the first and last `defer` output rows of each strip, at the edges
+// between strips, wait in the strip's own store and reach the image once every strip is done.
 template <class Px, class A>
-bool unsharp_stream(View<Px> image, const A &a, unsigned count, const KernelShape &k, const Span &s,
-                    const float *gauss, const float *ramp, const UnsharpParams &p, float max_value)
+bool unsharp_stream(View<Px> image, const std::vector<A> &a, unsigned count, int64_t defer, const KernelShape &k,
+                    const Span &s, const float *gauss, const float *ramp, const UnsharpParams &p, float max_value)
 {
     constexpr int C = Px::channels;
     using sample = typename Px::sample;
+    const int64_t row_samples = int64_t(image.width) * C;
     struct Strip {
         BlurredRows<Px, A> blurred;
         SeparableStage<C> ramp;
         RowStore out;
+        std::unique_ptr<sample[]> waiting; // deferred rows: the first `defer`, then the last
     };
     std::vector<Strip> strips;
     strips.reserve(count);
+    // Where output row y of strip i goes: its deferred slot, or null for the image.
+    auto deferred_slot = [&](Strip &st, unsigned i, const RowStrip &rows, int64_t y) -> sample * {
+        if (i > 0 && y - rows.first < defer)
+            return st.waiting.get() + (y - rows.first) * row_samples;
+        if (i + 1 < count && rows.last - y < defer)
+            return st.waiting.get() + (defer + rows.last - y) * row_samples;
+        return nullptr;
+    };
     for (unsigned i = 0; i < count; ++i) {
-        strips.push_back(Strip{BlurredRows<Px, A>(k, gauss, a), SeparableStage<C>(k, ramp, ramp), RowStore()});
+        strips.push_back(Strip{BlurredRows<Px, A>(k, gauss, a[i]), SeparableStage<C>(k, ramp, ramp), RowStore(), {}});
         const RowStrip rows = strip_of(s.r0, s.r1, count, i);
-        if (!strips.back().blurred.allocate(rows) || !strips.back().ramp.allocate(rows, false) ||
-            !strips.back().out.allocate(1, k.stride))
+        Strip &st = strips.back();
+        if (!st.blurred.allocate(rows) || !st.ramp.allocate(rows, false) || !st.out.allocate(1, k.stride))
             return false;
+        if (count > 1 && defer > 0) {
+            st.waiting.reset(try_new_array<sample>(static_cast<std::size_t>(2 * defer * row_samples)));
+            if (st.waiting == nullptr)
+                return false;
+        }
     }
     run_strips(count, [&](unsigned i) {
         Strip &st = strips[i];
@@ -242,14 +261,29 @@ bool unsharp_stream(View<Px> image, const A &a, unsigned count, const KernelShap
             st.ramp.produce(y, blurred, b);
             const float *a_row = st.blurred.kept(y);
             sample *px = image.row(static_cast<int32_t>(y));
+            if (st.waiting != nullptr)
+                if (sample *slot = deferred_slot(st, i, rows, y)) {
+                    std::memcpy(slot, px, static_cast<std::size_t>(row_samples) * sizeof(sample));
+                    px = slot;
+                }
             run_at_vector_level<UnsharpCombine<sample>>(a_row, b, px, f0, f1, q, max_value);
         }
     });
+    for (unsigned i = 0; i < count; ++i) {
+        const RowStrip rows = strip_of(s.r0, s.r1, count, i);
+        if (strips[i].waiting != nullptr)
+            for (int64_t y = rows.first; y <= rows.last; ++y)
+                if (const sample *slot = deferred_slot(strips[i], i, rows, y))
+                    std::memcpy(image.row(static_cast<int32_t>(y)), slot,
+                                static_cast<std::size_t>(row_samples) * sizeof(sample));
+    }
     return true;
 }
 
-// With one strip, the median's rows are made as the blur asks for them (MedianRowsMade), unless
-// the median cannot be walked that way; otherwise the median fills a copy of the image first.
+// The median's rows are made as the blur asks for them (MedianRowsMade), each strip walking its
+// own, unless the median cannot be walked that way; then the median fills a copy of the image
+// first. A strip's rows of A read image rows from 2r + 2 rows below its first to 2r + 1 above
+// its last: those output rows wait (unsharp_stream).
 template <class Px, class MedianSimple>
 bool unsharp_rect_streamed(long width, long height, void *bits, const CRect &rect, const CRect &widened,
                            uint16_t r, const UnsharpParams &p, float max_value, MedianSimple &&median_simple)
@@ -265,24 +299,35 @@ bool unsharp_rect_streamed(long width, long height, void *bits, const CRect &rec
     const KernelShape k = separable_shape(image.width, image.height, filter_region(width, height, rect),
                                           Px::channels, (size - 1) / 2, (size - 1) / 2);
     const unsigned count = strip_count(s.r0, s.r1);
-    if (count == 1) {
+    {
         using Interior = typename MedianRule<Px, true>::type;
         using sample = typename Px::sample;
+        using Made = MedianRowsMade<Px, Interior>;
         const int64_t capacity = median_sample_capacity<Px>(image.width, image.height, 1);
-        std::unique_ptr<sample[]> samples(try_new_array<sample>(static_cast<std::size_t>(capacity)));
-        if (samples == nullptr)
-            return false;
-        std::fill(samples.get(), samples.get() + capacity, sample(0));
-        MedianPass<Px, Interior> pass(image, image, samples.get(), 1, 0.015);
-        if (pass.begin_rows(widened)) {
-            MedianRowsMade<Px, Interior> made(pass, int64_t(image.width) * Px::channels, 2 * int64_t(r) + 4, wide.r0);
-            if (!made.allocate())
+        std::vector<std::unique_ptr<sample[]>> samples(count);
+        std::vector<std::unique_ptr<MedianPass<Px, Interior>>> passes(count);
+        std::vector<std::unique_ptr<Made>> made(count);
+        std::vector<MedianCopyRows<Px, typename Made::Rows>> a;
+        bool walks = true;
+        for (unsigned i = 0; i < count && walks; ++i) {
+            samples[i].reset(try_new_array<sample>(static_cast<std::size_t>(capacity)));
+            if (samples[i] == nullptr)
                 return false;
-            using Rows = typename MedianRowsMade<Px, Interior>::Rows;
-            const MedianCopyRows<Px, Rows> a{Rows{&made}, wide, k.stride};
-            return unsharp_stream<Px>(image, a, 1, k, s, gauss.Donne_TabFiltreX(), ramp.Donne_TabFiltreX(), p,
-                                      max_value);
+            std::fill(samples[i].get(), samples[i].get() + capacity, sample(0));
+            passes[i].reset(new (std::nothrow) MedianPass<Px, Interior>(image, image, samples[i].get(), 1, 0.015));
+            if (passes[i] == nullptr)
+                return false;
+            walks = passes[i]->begin_rows(widened);
+            const int64_t first = std::max<int64_t>(wide.r0, strip_of(s.r0, s.r1, count, i).first - 2 * int64_t(r));
+            made[i].reset(new (std::nothrow) Made(*passes[i], int64_t(image.width) * Px::channels,
+                                                  2 * int64_t(r) + 4, first));
+            if (made[i] == nullptr || !made[i]->allocate())
+                return false;
+            a.push_back(MedianCopyRows<Px, typename Made::Rows>{typename Made::Rows{made[i].get()}, wide, k.stride});
         }
+        if (walks)
+            return unsharp_stream<Px>(image, a, count, 2 * int64_t(r) + 2, k, s, gauss.Donne_TabFiltreX(),
+                                      ramp.Donne_TabFiltreX(), p, max_value);
     }
 
     const std::size_t bytes = static_cast<std::size_t>(image.pitch) * static_cast<std::size_t>(image.height);
@@ -295,8 +340,8 @@ bool unsharp_rect_streamed(long width, long height, void *bits, const CRect &rec
     CRect median_rect = widened;
     if (!median_simple(width, height, bits, copy.get(), median_rect, 0.015, static_cast<unsigned short>(1)))
         return false;
-    const MedianCopyRows<Px, View<Px>> a{view<Px>(width, height, copy.get()), wide, k.stride};
-    return unsharp_stream<Px>(image, a, count, k, s, gauss.Donne_TabFiltreX(), ramp.Donne_TabFiltreX(), p,
+    const std::vector<MedianCopyRows<Px, View<Px>>> a(count, {view<Px>(width, height, copy.get()), wide, k.stride});
+    return unsharp_stream<Px>(image, a, count, 0, k, s, gauss.Donne_TabFiltreX(), ramp.Donne_TabFiltreX(), p,
                               max_value);
 }
 
