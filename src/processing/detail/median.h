@@ -209,13 +209,7 @@ public:
         Hit first; // the interior's first replacement
         sample first_value = 0;
         if (interior) {
-            sample *probe = strips[0].ring.get();
-            for (int32_t r = b.rs; r <= b.re && first.r < 0; ++r) {
-                std::memcpy(probe, src_.row(r), static_cast<std::size_t>(src_.width) * channels * sizeof(sample));
-                const int64_t j = interior_row(b, r, r == b.rs, strips[0].scratch.get(), probe);
-                if (j >= 0)
-                    first = Hit{static_cast<int32_t>(b.xs + j / channels), r, static_cast<int>(j % channels)};
-            }
+            first = interior_first(b, strips[0].scratch.get(), strips[0].ring.get());
             if (first.r >= 0)
                 first_value = settled(first.x, first.r, first.c);
         }
@@ -259,12 +253,7 @@ public:
         std::unique_ptr<sample[]> probe(try_new_array<sample>(static_cast<std::size_t>(row_samples)));
         if (walk_.scratch == nullptr || walk_.gathered == nullptr || probe == nullptr)
             return false;
-        for (int32_t r = b.rs; r <= b.re && walk_.first.r < 0; ++r) {
-            std::memcpy(probe.get(), src_.row(r), static_cast<std::size_t>(row_samples) * sizeof(sample));
-            const int64_t j = interior_row(b, r, r == b.rs, walk_.scratch.get(), probe.get());
-            if (j >= 0)
-                walk_.first = Hit{static_cast<int32_t>(b.xs + j / channels), r, static_cast<int>(j % channels)};
-        }
+        walk_.first = interior_first(b, walk_.scratch.get(), probe.get());
         if (walk_.first.r < 0)
             return false;
         walk_.first_value = settled(walk_.first.x, walk_.first.r, walk_.first.c);
@@ -429,6 +418,19 @@ private:
             const int64_t j = p - unsure;
             replaced[j] = rule_.replaces(out[j], static_cast<float>(total[j])) ? 1 : 0;
         }
+    }
+
+    // The interior's first replacement, found ahead by walking its rows (through `probe`, a row
+    // of scratch) until one replaces: interior decisions read only the image's own samples.
+    Hit interior_first(const MedianBounds &b, uint32_t *scratch, sample *probe) const
+    {
+        for (int32_t r = b.rs; r <= b.re; ++r) {
+            std::memcpy(probe, src_.row(r), static_cast<std::size_t>(src_.width) * channels * sizeof(sample));
+            const int64_t j = interior_row(b, r, r == b.rs, scratch, probe);
+            if (j >= 0)
+                return Hit{static_cast<int32_t>(b.xs + j / channels), r, static_cast<int>(j % channels)};
+        }
+        return Hit{};
     }
 
     // Interior rows r0..r1 with replacements written as later ones; returns the first replacement.
