@@ -32,6 +32,9 @@
 
 #include "core/clamp.h"
 #include "core/fast_path.h"
+#if KEVRA_VECTOR_AVX2
+#include <immintrin.h>
+#endif
 #include "core/pixel.h"
 #include "core/row_threads.h"
 #include "kevra/platform.h"
@@ -108,19 +111,101 @@ inline bool band_replaces(uint32_t centre, float sum, int64_t count, double tole
     return c >= mean * (1.0 + tolerance) || c <= mean * (1.0 - tolerance);
 }
 
-// Single-precision factors of a rule's two thresholds for 8-bit samples: up ~ (1 + tolerance) / N
-// and down ~ (1 - tolerance) / N, given the rule's 1 / N in double. None (false) when a factor
-// could exceed 8 / N or is not a number (tolerances beyond -7 .. 7): the screened test
-// (MedianPass::decide_screened) relies on thresholds below 255 x 8.
-inline bool median_screen_factors(double inverse, double tolerance, float &up, float &down)
+// The factors of a rule's two thresholds for 8-bit samples: up = (1 + tolerance) / N and
+// down = (1 - tolerance) / N, as the products of the rule's 1 / N in double. None (false) when
+// a factor could exceed 8 / N or is not a number (tolerances beyond -7 .. 7): the screened
+// tests (MedianPass::decide_screened, decide_fixed16) rely on thresholds below 255 x 8.
+inline bool median_screen_factors(double inverse, double tolerance, double &up, double &down)
 {
     const double k_up = 1.0 + tolerance, k_down = 1.0 - tolerance;
     if (!(std::fabs(k_up) <= 8.0 && std::fabs(k_down) <= 8.0))
         return false;
-    up = static_cast<float>(inverse * k_up);
-    down = static_cast<float>(inverse * k_down);
+    up = inverse * k_up;
+    down = inverse * k_down;
     return true;
 }
+
+// The thresholds in 16-bit fixed point, for window sums below 2^16: with S = sum << a (below
+// 2^16) and K = floor(factor x 2^(16 - a + b)), q = (S x K) >> 16 is the threshold x 2^b less
+// between 0 and 2 (the floor of K loses under S / 2^16 < 1, the shift under 1; the double
+// rounding of the rule is below 1e-10 on values under 2^16). So a centre with c x 2^b at
+// least q + 3 is above the threshold and one at most q - 1 below it; the three values
+// between are left to the rule's own test. Usable with both factors positive and every
+// value, c x 2^b and q + 3, within 16 bits; b (the fraction bits) as large as that allows.
+struct Fixed16Screen {
+    bool usable = false;
+    int a = 0, b = 0;
+    uint16_t up = 0, down = 0;
+};
+
+inline Fixed16Screen median_fixed16_screen(double up, double down, int64_t max_sum)
+{
+    Fixed16Screen z;
+    if (!(up > 0.0 && down > 0.0) || max_sum < 1 || max_sum > 65535)
+        return z;
+    int bits = 0;
+    while ((int64_t(1) << bits) <= max_sum)
+        ++bits;
+    for (int b = 8; b >= 2; --b) {
+        const double scale = std::ldexp(1.0, 16 - (16 - bits) + b);
+        const double k_up = std::floor(up * scale), k_down = std::floor(down * scale);
+        const double top = static_cast<double>(max_sum) * std::max(up, down) * std::ldexp(1.0, b) + 4.0;
+        if (k_up >= 1.0 && k_down >= 1.0 && k_up < 65536.0 && k_down < 65536.0 && (255 << b) < 65536 &&
+            top < 65536.0) {
+            z.usable = true;
+            z.a = 16 - bits;
+            z.b = b;
+            z.up = static_cast<uint16_t>(k_up);
+            z.down = static_cast<uint16_t>(k_down);
+            return z;
+        }
+    }
+    return z;
+}
+
+// The decisions of Fixed16Screen on 16 samples a vector (AVX2): replaced[j] is 1 where the
+// centre is surely above the upper threshold or surely below the lower one, unsure[j] is 1
+// where either test is left to the rule.
+#if KEVRA_VECTOR_AVX2
+// x >= y in each unsigned 16-bit lane.
+KEVRA_TARGET_AVX2 inline __m256i at_least_u16(__m256i x, __m256i y)
+{
+    return _mm256_cmpeq_epi16(_mm256_max_epu16(x, y), x);
+}
+
+KEVRA_TARGET_AVX2 inline void median_decide_fixed16_avx2(const uint8_t *c, const uint16_t *total, uint8_t *replaced,
+                                                          uint8_t *unsure, int64_t m, const Fixed16Screen &z)
+{
+    const __m256i k_up = _mm256_set1_epi16(static_cast<short>(z.up)), k_down = _mm256_set1_epi16(static_cast<short>(z.down));
+    const __m256i one = _mm256_set1_epi16(1), three = _mm256_set1_epi16(3);
+    const __m128i shift_a = _mm_cvtsi32_si128(z.a), shift_b = _mm_cvtsi32_si128(z.b);
+    int64_t j = 0;
+    for (; j + 16 <= m; j += 16) {
+        const __m256i s = _mm256_sll_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(total + j)), shift_a);
+        const __m256i cx = _mm256_sll_epi16(
+            _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(c + j))), shift_b);
+        const __m256i qu = _mm256_mulhi_epu16(s, k_up), qd = _mm256_mulhi_epu16(s, k_down);
+        const __m256i cx1 = _mm256_add_epi16(cx, one);
+        const __m256i up_yes = at_least_u16(cx, _mm256_add_epi16(qu, three)), up_no = at_least_u16(qu, cx1);
+        const __m256i down_yes = at_least_u16(qd, cx1), down_no = at_least_u16(cx, _mm256_add_epi16(qd, three));
+        const __m256i yes = _mm256_or_si256(up_yes, down_yes);
+        const __m256i known = _mm256_and_si256(_mm256_or_si256(up_yes, up_no), _mm256_or_si256(down_yes, down_no));
+        // Bytes: per 128-bit lane, 8 decisions then 8 unknowns; gathered into 16 and 16.
+        const __m256i packed = _mm256_permute4x64_epi64(_mm256_packs_epi16(yes, _mm256_andnot_si256(known, _mm256_set1_epi16(-1))),
+                                                        _MM_SHUFFLE(3, 1, 2, 0));
+        const __m256i bytes = _mm256_and_si256(packed, _mm256_set1_epi8(1));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(replaced + j), _mm256_castsi256_si128(bytes));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(unsure + j), _mm256_extracti128_si256(bytes, 1));
+    }
+    for (; j < m; ++j) {
+        const uint32_t s = static_cast<uint32_t>(total[j]) << z.a, cx = static_cast<uint32_t>(c[j]) << z.b;
+        const uint32_t qu = (s * z.up) >> 16, qd = (s * z.down) >> 16;
+        const bool up_yes = cx >= qu + 3, up_no = qu >= cx + 1, down_yes = qd >= cx + 1, down_no = cx >= qd + 3;
+        replaced[j] = static_cast<uint8_t>(up_yes | down_yes);
+        unsure[j] = static_cast<uint8_t>(!((up_yes | up_no) & (down_yes | down_no)));
+    }
+}
+#endif
 
 // Which gathered sample a band writes: the middle one for an odd count, the lower middle one
 // for an even count.
@@ -131,7 +216,7 @@ inline int64_t band_pick(int64_t count) { return (count & 1) ? count / 2 : count
 //   rule.gather(const sample *centre, ptrdiff_t pitch_in_samples, int32_t n, sample *out)
 //       -> float sum (writes the gathered samples at the front of out, in gathering order);
 //   rule.replaces(uint32_t centre, float sum) -> bool;
-//   rule.screen(float &up, float &down) -> bool, for 8-bit samples its factors for
+//   rule.screen(double &up, double &down) -> bool, for 8-bit samples its factors for
 //   median_screen_factors (false otherwise);
 //   Rule::half_window: true when gather takes only the neighbours at a positive byte offset
 //   (the rows above the centre and the right half of its row).
@@ -146,8 +231,14 @@ public:
           full_(median_window_count(n)), rule_(full_, tolerance)
     {
         if constexpr (sizeof(sample) == 1) {
-            screened_ = rule_.screen(screen_up_, screen_down_);
-            sums16_ = (Interior::half_window ? full_ / 2 : full_) * 255 <= 65535;
+            double up = 0.0, down = 0.0;
+            screened_ = rule_.screen(up, down);
+            screen_up_ = static_cast<float>(up);
+            screen_down_ = static_cast<float>(down);
+            const int64_t max_sum = (Interior::half_window ? full_ / 2 : full_) * 255;
+            sums16_ = max_sum <= 65535;
+            if (screened_ && sums16_)
+                fixed16_ = median_fixed16_screen(up, down, max_sum);
         }
     }
 
@@ -410,8 +501,16 @@ private:
             const float s = static_cast<float>(total[j]), c = static_cast<float>(out[j]);
             const float above = c - s * up, below = c - s * down;
             replaced[j] = static_cast<uint8_t>((above > margin) | (below < -margin));
-            unsure[j] = static_cast<uint8_t>((std::fabs(above) <= margin) | (std::fabs(below) <= margin));
+            const int near_above = std::fabs(above) <= margin, near_below = std::fabs(below) <= margin;
+            unsure[j] = static_cast<uint8_t>(near_above | near_below);
         }
+        settle_unsure(out, total, replaced, unsure, m);
+    }
+
+    // The rule's own test where a screened test left the decision open.
+    template <class Sum>
+    void settle_unsure(const sample *out, const Sum *total, uint8_t *replaced, const uint8_t *unsure, int64_t m) const
+    {
         for (const uint8_t *p = unsure, *end = unsure + m;
              (p = static_cast<const uint8_t *>(std::memchr(p, 1, static_cast<std::size_t>(end - p)))) != nullptr;
              ++p) {
@@ -544,6 +643,14 @@ private:
     template <class Sum>
     KEVRA_KERNEL_INLINE void decide(const sample *out, const Sum *total, uint8_t *replaced, int64_t m) const
     {
+#if KEVRA_VECTOR_AVX2
+        if constexpr (sizeof(Sum) == 2 && sizeof(sample) == 1)
+            if (fixed16_.usable && vector_level() == VectorLevel::avx2) {
+                median_decide_fixed16_avx2(out, total, replaced, replaced + m, m, fixed16_);
+                settle_unsure(out, total, replaced, replaced + m, m);
+                return;
+            }
+#endif
         if (screened_) {
             decide_screened(out, total, replaced, replaced + m, m);
         } else {
@@ -836,6 +943,7 @@ private:
     bool screened_ = false;           // see decide_screened
     bool sums16_ = false;             // see row_sums
     float screen_up_ = 0.0f, screen_down_ = 0.0f;
+    Fixed16Screen fixed16_;           // see median_fixed16_screen
     RowWalk walk_;
 };
 

@@ -45,7 +45,7 @@ struct InteriorReciprocalDouble {
         return gather_full_window(centre, pitch, 1, n, out);
     }
     double mean(float sum) const { return static_cast<double>(sum) * inverse; }
-    bool screen(float &up, float &down) const { return median_screen_factors(inverse, tolerance, up, down); }
+    bool screen(double &up, double &down) const { return median_screen_factors(inverse, tolerance, up, down); }
     bool above(uint32_t centre, float sum) const { return double(centre) >= mean(sum) * (1.0 + tolerance); }
     bool below(uint32_t centre, float sum) const { return double(centre) <= mean(sum) * (1.0 - tolerance); }
     bool replaces(uint32_t centre, float sum) const
@@ -72,7 +72,7 @@ struct InteriorSingleStrict {
     {
         return gather_full_window(centre, pitch, 1, n, out);
     }
-    bool screen(float &, float &) const { return false; } // the test is single precision already
+    bool screen(double &, double &) const { return false; } // the test is single precision already
     bool replaces(uint32_t centre, float sum) const
     {
         const float mean = sum * inverse;
@@ -118,7 +118,7 @@ struct InteriorHalfWindowQuotient {
             }
         return sum;
     }
-    bool screen(float &up, float &down) const
+    bool screen(double &up, double &down) const
     {
         return median_screen_factors(reciprocal, tolerance, up, down);
     }
