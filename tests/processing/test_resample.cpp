@@ -144,7 +144,9 @@ TEST(Resample, FastGivesThePlainBytes)
     for (int iter = 0; iter < 400; ++iter) {
         const int bpp = 8 * (1 + iter % 3);
         const long w = iter < 6 ? 1 : pick(1, 50), h = iter < 9 ? 1 : pick(1, 40);
-        const long w2 = pick(1, iter % 2 ? 60 : static_cast<int>(w)), h2 = pick(1, iter % 3 ? 50 : static_cast<int>(h));
+        // Every fifth case doubles the width exactly (the enlargement's copying spread).
+        const long w2 = iter % 5 == 0 ? 2 * w : pick(1, iter % 2 ? 60 : static_cast<int>(w));
+        const long h2 = pick(1, iter % 3 ? 50 : static_cast<int>(h));
         const auto mode = static_cast<unsigned char>(pick(0, 4));
         Buf src(w, h, bpp, static_cast<uint32_t>(iter + 3)), plain(w2, h2, bpp, 9), fast(w2, h2, bpp, 9);
         const auto source = src.rows();

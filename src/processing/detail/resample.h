@@ -8,6 +8,7 @@
 #ifndef KEVRA_PROCESSING_DETAIL_RESAMPLE_H
 #define KEVRA_PROCESSING_DETAIL_RESAMPLE_H
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -275,13 +276,25 @@ bool resample_sinc_fast(View<Px> src, View<Px> dst, const SincKernels &k, float 
 // the plain formula's values in its order, computed straight across the row without looking
 // anything up, so that it runs in vector registers.
 
-// The row converted to floats first (across the row, in vector registers), then spread.
+// The row converted to floats first (across the row, in vector registers), then spread. When
+// the width doubles exactly (`doubled`: x0(i) = i / 2, x1(i) = x0(i) + 1 but at the last
+// sample), e0 is each sample twice and e1 the same row one sample on: copies, no look-up.
 template <class Px>
 void bilinear_spread(const typename Px::sample *row, int32_t W, float *values, const BilinearTap *tap, int32_t W2,
-                     float *e0, float *e1)
+                     bool doubled, float *e0, float *e1)
 {
     constexpr int C = Px::channels;
     samples_to_floats(row, values, int64_t(W) * C);
+    if (doubled) {
+        for (int64_t k = 0; k < W; ++k)
+            for (int c = 0; c < C; ++c) {
+                e0[2 * k * C + c] = values[k * C + c];
+                e0[(2 * k + 1) * C + c] = values[k * C + c];
+            }
+        std::memcpy(e1, e0 + 2 * C, static_cast<std::size_t>(int64_t(W2 - 2) * C) * sizeof(float));
+        std::memcpy(e1 + int64_t(W2 - 2) * C, e0 + int64_t(W2 - 2) * C, 2 * C * sizeof(float));
+        return;
+    }
     for (int32_t i = 0; i < W2; ++i)
         for (int c = 0; c < C; ++c) {
             e0[int64_t(i) * C + c] = values[int64_t(tap[i].i0) * C + c];
@@ -347,8 +360,10 @@ bool resample_bilinear_fast(View<Px> src, View<Px> dst, float sx, float sy)
     if (taps == nullptr || !fractions.allocate(2, samples_out))
         return false;
     float *fx = fractions.row(0), *gx = fractions.row(1);
+    bool doubled = W2 == 2 * int64_t(W);
     for (int32_t i = 0; i < W2; ++i) {
         taps[i] = bilinear_tap(i, sx, W);
+        doubled = doubled && taps[i].i0 == i / 2 && taps[i].i1 == std::min(i / 2 + 1, W - 1);
         for (int c = 0; c < C; ++c) {
             fx[int64_t(i) * C + c] = taps[i].f;
             gx[int64_t(i) * C + c] = 1.0f - taps[i].f;
@@ -364,7 +379,7 @@ bool resample_bilinear_fast(View<Px> src, View<Px> dst, float sx, float sy)
         const RowStrip rows = strip_of(0, dst.height - 1, count, n);
         SpreadRows &sp = spread[n];
         auto make = [&](int32_t y, float *e0, float *e1) {
-            bilinear_spread<Px>(src.row(y), W, sp.values(), tap, W2, e0, e1);
+            bilinear_spread<Px>(src.row(y), W, sp.values(), tap, W2, doubled, e0, e1);
         };
         for (int64_t j = rows.first; j <= rows.last; ++j) {
             const BilinearTap ty = bilinear_tap(static_cast<int32_t>(j), sy, src.height);
