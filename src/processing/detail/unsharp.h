@@ -319,8 +319,9 @@ bool unsharp_rect_streamed(long width, long height, void *bits, const CRect &rec
                 return false;
             walks = passes[i]->begin_rows(widened);
             const int64_t first = std::max<int64_t>(wide.r0, strip_of(s.r0, s.r1, count, i).first - 2 * int64_t(r));
+            // The ring holds 2r + 4 rows (the blur reads r + 1 behind the newest), at most the image.
             made[i].reset(new (std::nothrow) Made(*passes[i], int64_t(image.width) * Px::channels,
-                                                  2 * int64_t(r) + 4, first));
+                                                  std::min<int64_t>(2 * int64_t(r) + 4, image.height), first));
             if (made[i] == nullptr || !made[i]->allocate())
                 return false;
             a.push_back(MedianCopyRows<Px, typename Made::Rows>{typename Made::Rows{made[i].get()}, wide, k.stride});
